@@ -1,0 +1,44 @@
+// The length of a value's JSON text, in code points, without writing it.
+//
+// The text form is fixed: ", " and ": " as separators, members in insertion order, nothing but the
+// double quote, the backslash and the control characters escaped. Every size of the agent path is
+// one of these, or a sum of them.
+#pragma once
+
+#include "host.hpp"
+#include "text_scan.hpp"
+
+namespace grounding_fit {
+
+// A text inside a JSON string, the quotes not counted.
+inline std::int64_t json_inner_size(text_view text) {
+  return static_cast<std::int64_t>(text.length() + escape_growth(text));
+}
+inline std::int64_t json_string_size(text_view text) { return 2 + json_inner_size(text); }
+
+// Any value. TypeError for what JSON has no form for, keys that are no strings among it;
+// RecursionError for containers nested too deep or in a cycle. The caller keeps the value alive.
+std::int64_t json_size(host::handle value);
+
+// The same for a value under a key, which leads an error's place.
+std::int64_t json_size_at(text_view key, host::handle value);
+
+// Sizes that have been added up, and how many there were: what an array or a joined text takes.
+struct tally {
+  std::int64_t size = 0;
+  std::int64_t count = 0;
+
+  void add(std::int64_t one) {
+    size += one;
+    ++count;
+  }
+  friend tally operator+(tally a, tally b) { return {a.size + b.size, a.count + b.count}; }
+  // With a separator of that size between each two.
+  std::int64_t joined(std::int64_t separator) const {
+    return size + separator * (count > 0 ? count - 1 : 0);
+  }
+  // As the items of an array or the members of an object.
+  std::int64_t bracketed() const { return 2 + joined(2); }
+};
+
+}  // namespace grounding_fit

@@ -1,0 +1,53 @@
+// A text in pieces, before it is made: what is measured and what is built are the same pieces.
+//
+//     pieces line;
+//     line.add("L");
+//     line.add_number(number);
+//     line.json_size();   // what it takes inside a JSON string, nothing built
+//     line.text();        // the text itself, made once at its final width
+#pragma once
+
+#include <array>
+#include <memory_resource>
+#include <vector>
+
+#include "host.hpp"
+
+namespace grounding_fit {
+
+class pieces {
+ public:
+  pieces() = default;
+  pieces(const pieces&) = delete;
+
+  // Literals, and texts that the caller keeps alive as long as the pieces.
+  void add(text_view text) {
+    if (!text.empty()) views_.push_back(text);
+  }
+  // The text form of a value, which is kept alive here.
+  void add_value(host::owned value);
+  // A string and nothing else, kept alive here.
+  void add_string(host::owned value);
+  // Keeps alive a text that a piece is a part of.
+  void keep(host::owned text) { held_.push_back(std::move(text)); }
+  void add_number(const host::integer& number);
+  void add_number(__int128 number);
+
+  std::span<const text_view> views() const { return views_; }
+  bool empty() const { return views_.empty(); }
+  // Forgets all pieces and keeps the room they took.
+  void clear();
+
+  // JSON characters that the text takes inside a string, the quotes not counted. Reads it once.
+  std::int64_t json_size() const;
+  host::owned text() const { return host::new_text(views_); }
+
+ private:
+  // A block or line seldom has more pieces than this holds.
+  std::array<std::byte, 2048> room_;
+  std::pmr::monotonic_buffer_resource pool_{room_.data(), room_.size()};
+  std::pmr::vector<text_view> views_{&pool_};
+  std::pmr::vector<host::owned> held_{&pool_};
+};
+
+}  // namespace grounding_fit
