@@ -1,0 +1,132 @@
+"""Holds the module against the plain model on random pages: results, errors, calls to the host."""
+
+import argparse
+import collections
+import copy
+import json
+import time
+
+from harness import HOST, fit, model
+from pages import Source
+
+# What a run must have seen of the agent path.
+BRANCHES = [
+    "fits", "fits without the prior markdown", "bodies with their window", "only lines",
+    "nothing listed", "note takes bodies off", "note takes lines off", "over the cap", "an error",
+]  # fmt: skip
+
+
+def outcome(function, *args):
+    """Return what a call gave, the kind of its error, and the calls it made to the host."""
+    HOST.calls.clear()
+    try:
+        result = function(*args)
+    except AttributeError:
+        result = TypeError  # what a value of another type is to the plain model
+    except (TypeError, ValueError, OverflowError, LookupError) as error:
+        result = type(error)
+    return result, list(HOST.calls)
+
+
+def same(a, b):
+    """Tell whether two results are equal, key order and every type included."""
+    if type(a) is not type(b):
+        return False
+    if isinstance(a, dict):
+        return list(a) == list(b) and all(same(a[key], b[key]) for key in a)
+    if isinstance(a, (list, tuple)):
+        return len(a) == len(b) and all(map(same, a, b))
+    return a is b or a == b
+
+
+def agree(name, *args, agent=False):
+    """Call both sides and compare; return the result."""
+    mine, my_calls = outcome(getattr(fit, name), *args)
+    plain, plain_calls = outcome(getattr(model, name), *args)
+    assert same(mine, plain), f"{name}: {mine!r}\nis not {plain!r}"
+    if agent:
+        asked = [call for call in my_calls if call[0] == "norm"]
+        assert len(asked) == len(set(asked)), f"{name}: asked twice: {asked}"
+        assert set(asked) == {call for call in plain_calls if call[0] == "norm"}, (
+            name, set(asked) ^ {call for call in plain_calls if call[0] == "norm"})  # fmt: skip
+        my_calls, plain_calls = (
+            [call for call in calls if call[0] != "norm"] for calls in (my_calls, plain_calls)
+        )
+    assert my_calls == plain_calls, f"{name}: {my_calls}\nis not {plain_calls}"
+    return mine
+
+
+def branches(answer, result, passes):
+    """Yield the names of the branches that a call of the agent path took."""
+    if isinstance(result, type):
+        yield "an error"
+    elif result is answer:
+        yield "fits"
+    elif "Ask for code" not in result["truncated"]:
+        yield "fits without the prior markdown"
+    else:
+        (bodies, _, _), (count, listed, _) = passes[0], passes[-1]
+        yield "bodies with their window" if count else "only lines" if listed else "nothing listed"
+        if len(passes) > 1 and bodies:
+            yield "note takes bodies off"
+        if len(passes) > 1 and not count:
+            yield "note takes lines off"
+        if result["truncated"].endswith("alone exceed it."):
+            yield "over the cap"
+
+
+def one_page(seed, junk, seen):
+    """Compare everything on one page."""
+    source = Source(seed, junk)
+    source.host()
+    parts, answer, tokens = source.parts(), source.answer(), source.tokens()
+    before = copy.deepcopy((parts, answer)) if not junk else None
+    passes = []
+    count_cut = model._code_cut
+    model._code_cut = lambda *args: passes.append(args) or count_cut(*args)
+    try:
+        result = agree("_fit_page_context", answer, parts, tokens, agent=True)
+    finally:
+        model._code_cut = count_cut
+    seen.update(branches(answer, result, passes))
+    agree("_assemble_grounding", parts, tokens)
+    agree("_blocks_within", parts, tokens)
+    sizes = lambda blocks, count: len(json.dumps([b.text for b in blocks])) + 300 * count  # noqa: E731
+    agree("_fit_prose", parts, sizes, 20)
+    for pair in parts.blocks[:3]:
+        if isinstance(pair, (list, tuple)) and len(pair) == 2:
+            agree("render_symbol", pair[1])
+            agree("_listed", pair[1])
+            agree("symbol_seeds", [pair[1]])
+    for block in parts.prose[:3]:
+        if isinstance(block, fit.FactBlock):
+            agree("citable", block.seeds)
+            assert block.label() == model.label(block)
+    if not junk:
+        agree("_json_size", source.value(6))
+        assert same(parts.seeds, model.part_seeds(parts))
+        assert (parts, answer) == before, "an input was changed"
+
+
+def run(pages, first=0, need_all=True):
+    """Compare that many pages, a third of them with junk in them; return the branches seen."""
+    seen = collections.Counter()
+    for seed in range(first, first + pages):
+        try:
+            one_page(seed, [0.0, 0.0, 0.01][seed % 3], seen)
+        except BaseException:
+            print(f"differential: seed {seed}: python differential.py --first {seed} --pages 1")
+            raise
+    missed = [name for name in BRANCHES if not seen[name]]
+    assert not (need_all and missed), f"never reached: {missed}"
+    return seen
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--pages", type=int, default=500)
+    parser.add_argument("--first", type=int, default=0)
+    options = parser.parse_args()
+    started = time.perf_counter()
+    reached = run(options.pages, options.first, need_all=options.pages >= 500)
+    print(f"{options.pages} pages alike in {time.perf_counter() - started:.1f} s: {dict(reached)}")

@@ -1,0 +1,98 @@
+"""Loads the module beside the plain model, both on a host whose utilities a test can exchange."""
+
+import contextlib
+import importlib.machinery
+import importlib.util
+import sys
+import types
+
+HOMES = {
+    "workers.context_builder": ("estimate_tokens", "_truncate_to_tokens"),
+    "workers.wiki.repo_facts": ("_norm", "FILE_CARDS_HEADING"),
+    "workers.wiki_types": ("REQUESTED_CONTEXT_HEADING",),
+}
+
+
+class Host:
+    """The host's utilities. The functions handed out stay; what they do is a test's to set."""
+
+    FILE_CARDS_HEADING = "## Files"
+    REQUESTED_CONTEXT_HEADING = "## Requésted"
+
+    def __init__(self):
+        self.calls = []
+        self.set()
+
+    def set(self, estimate=None, truncate=None, norm=None):
+        """Exchange what the utilities do; what is not given becomes the usual."""
+        self.do = {
+            "estimate": estimate or (lambda text: len(text) // 4),
+            "truncate": truncate or (lambda text, budget: text[: 4 * budget]),
+            "norm": norm or (lambda path: path.removeprefix("./")),
+        }
+
+    def _call(self, name, *args):
+        self.calls.append((name, *args))
+        return self.do[name](*args)
+
+    def modules(self):
+        """Return the modules that define the utilities, by name."""
+        parts = {
+            "estimate_tokens": lambda text: self._call("estimate", text),
+            "_truncate_to_tokens": lambda text, budget: self._call("truncate", text, budget),
+            "_norm": lambda path: self._call("norm", path),
+            "FILE_CARDS_HEADING": self.FILE_CARDS_HEADING,
+            "REQUESTED_CONTEXT_HEADING": self.REQUESTED_CONTEXT_HEADING,
+        }
+        made = {}
+        for home, names in HOMES.items():
+            made[home] = types.ModuleType(home)
+            vars(made[home]).update({name: parts[name] for name in names})
+        return made
+
+
+@contextlib.contextmanager
+def installed(modules):
+    """Put modules into sys.modules for a while; packages above them as needed."""
+    packages = {"workers": types.ModuleType("workers"), "workers.wiki": types.ModuleType("w")}
+    for package in packages.values():
+        package.__path__ = []
+    before = {name: one for name, one in sys.modules.items() if name.split(".")[0] == "workers"}
+    for name in before:
+        del sys.modules[name]
+    sys.modules.update(packages | modules)
+    try:
+        yield
+    finally:
+        for name in [name for name in sys.modules if name.split(".")[0] == "workers"]:
+            del sys.modules[name]
+        sys.modules.update(before)
+
+
+def find(name="grounding_fit"):
+    """Return where the extension module is: the first on the path."""
+    return importlib.machinery.PathFinder.find_spec(name).origin
+
+
+def load(modules, name="grounding_fit", register=False):
+    """Return a new copy of the extension module on these host modules."""
+    with installed(modules):
+        loader = importlib.machinery.ExtensionFileLoader(name, find())
+        module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
+        loader.exec_module(module)
+    if register:
+        sys.modules[name] = module
+    return module
+
+
+def load_model(modules):
+    """Return the plain model on these host modules."""
+    with installed(modules):
+        sys.modules.pop("plain_model", None)
+        return importlib.import_module("plain_model")
+
+
+HOST = Host()
+MODULES = HOST.modules()
+fit = load(MODULES, register=True)
+model = load_model(MODULES)

@@ -1,0 +1,301 @@
+"""The rules of `grounding_fit` in plain Python: what the extension module is checked against."""
+
+import json
+import math
+
+from workers.context_builder import _truncate_to_tokens, estimate_tokens
+from workers.wiki.repo_facts import FILE_CARDS_HEADING, _norm
+from workers.wiki_types import REQUESTED_CONTEXT_HEADING
+
+_SYM_BUDGET_FLOOR = 0.35
+_ALWAYS_KEPT = (FILE_CARDS_HEADING, REQUESTED_CONTEXT_HEADING)
+_LISTED_CHARS, _LISTED_MAX, _SKELETON_LINES, _NOTE_ITEMS = 80, 30, 12, 6
+_LISTED_HEADING = "## More declarations (lines and signature only; ask for a body with query=)"
+_PAGE_CONTEXT_MAX_CHARS = 40000
+_NOTE_PLACEHOLDER = "x" * 600
+_ASK = (' Ask for code with query="<file path or symbol>, ..."; '
+        'read another page with wiki(action="read", page_id=...).')
+_FITTED_FIELDS = ("grounding", "symbols", "citation_seeds")
+
+def expect(value, *kinds):
+    """Return the value when it is of one of the kinds; any other type is wrong."""
+    if isinstance(value, kinds):
+        return value
+    raise TypeError(f"expected {kinds[0].__name__}, not {type(value).__name__}")
+
+def count64(value):
+    """Return a count, a budget or a size: an integer of at most 64 bits."""
+    if -(2**63) <= expect(value, int) < 2**63:
+        return value
+    raise OverflowError("beyond 64 bits")
+
+def double(value):
+    """Return a number as a double; an integer too large for one is infinite."""
+    try:
+        return float(expect(value, float, int))
+    except OverflowError:
+        return math.inf if value > 0 else -math.inf
+
+def missing(value):
+    """Tell whether a value counts as missing: null, false, zero or empty."""
+    return value is None or isinstance(value, (str, int, float, list, tuple, dict)) and not value
+
+def text_form(value):
+    """Return a plain value the way it is written into a text."""
+    if isinstance(value, str):
+        return str.__str__(value)
+    if value is None or isinstance(value, bool):
+        return repr(value)
+    return int.__repr__(value) if isinstance(value, int) else float.__repr__(value)
+
+def line_number(value):
+    """Return a line number as an integer: 0 when it is missing, a fraction cut off."""
+    if missing(value):
+        return 0
+    if isinstance(value, (int, str)) or isinstance(value, float) and math.isfinite(value):
+        return int(value)
+    raise ValueError(f"no line number: {type(value).__name__}")
+
+def label(block):
+    """Return the name under which a note mentions a fact block that is left out."""
+    heading = block.text.split("\n", 1)[0].lstrip("# ").split(" (", 1)[0]
+    return block.name or f"the '{heading}' block"
+
+def part_seeds(parts):
+    """Return the citable seeds of every fact block."""
+    return citable(one for block in parts.prose for one in block.seeds)
+
+def fact_text(parts):
+    """Return the texts of the fact blocks as one, empty ones left out."""
+    return "\n\n".join(block.text for block in parts.prose if block.text)
+
+def pairs(parts):
+    """Return the symbol blocks, best first: each a rendered text and its symbol record."""
+    for pair in parts.blocks:  # all of them, whatever is read of them later
+        if len(expect(pair, tuple, list)) != 2 or not isinstance(pair[0], str):
+            raise TypeError("a symbol block is a pair of a text and a symbol record")
+    return parts.blocks
+
+def seed(path, start, end=0):
+    """Return a citation seed over lines `start` to `end` (`start` alone when `end` is lower)."""
+    last = max(expect(start, int), expect(end, int))
+    return {"path": expect(path, str), "line_start": start, "line_end": last}
+
+def citable(seeds):
+    """Return the seeds that name real lines: line 0 is no citable range."""
+    return [one for one in seeds if line_number(expect(one, dict).get("line_start")) >= 1]
+
+def symbol_seeds(symbols):
+    """Return a citation seed over each symbol's lines, for those that have a file and a line."""
+    seeds = []
+    for sym in symbols:
+        if not missing(expect(sym, dict).get("file")):
+            path = expect(_norm(text_form(sym["file"])), str)
+            lines = [line_number(sym.get(key)) for key in ("line", "end_line")]
+            seeds.append(seed(path, *lines))
+    return citable(seeds)
+
+def symbol_names(symbols):
+    """Return the qualified names of the symbols that have one."""
+    return [text_form(sym["fqn"]) for sym in symbols if not missing(expect(sym, dict).get("fqn"))]
+
+def having(entries, key):
+    """Yield the entries with a value under the key, which must be a string."""
+    for one in expect(entries, list, tuple):
+        if not missing(expect(one, dict).get(key)) and expect(one[key], str):
+            yield one
+
+def render_symbol(sym):
+    """Return the symbol block: a head line, then what is known of the symbol, line by line."""
+    file = _norm(text_form(expect(sym, dict).get("file", "")))
+    head = f"### {text_form(sym.get('fqn', ''))} ({text_form(sym.get('kind', ''))})"
+    lines = [f"{head} — {text_form(file)}:L{text_form(sym.get('line', 0))}"]
+    there = {key: value for key, value in sym.items() if not missing(value)}
+    def add(key, before, after=""):
+        if key in there:
+            lines.append(before + text_form(there[key]) + after)
+    add("signature", "signature: ")
+    params = [
+        one["name"] + ("" if missing(one.get("type")) else ": " + text_form(one["type"]))
+        for one in having(there.get("parameters", []), "name")
+    ]
+    if params:
+        lines.append("params: " + ", ".join(params))
+    add("docstring", "doc: ")
+    add("fan_in", "fan-in: ", " references from production code outside this page")
+    add("inside_refs", "inside this page: ", " references from its own files")
+    add("neighbour_refs", "outside this page: its files reference it ", " times")
+    add("snippet", "```\n", "\n```")
+    if "snippet" in there and "snippet_cut" in there:
+        cut = text_form(there["snippet_cut"])
+        lines.append(f"body cut: {cut} more lines, to L{text_form(sym.get('end_line', 0))}")
+    elif "snippet" not in there and "body_digest" in there:
+        digest = text_form(there["body_digest"]).split("\n")
+        more = len(digest) - _SKELETON_LINES
+        lines += ["logic skeleton:\n```", *digest[:_SKELETON_LINES]]
+        lines.append(f"... ({more} more)\n```" if more > 0 else "```")
+    if "callees" in there:
+        lines.append("calls (static): " + ", ".join(expect(there["callees"], list, tuple)))
+    add("usage_example", "usage: ")
+    if related := [one["fqn"] for one in having(there.get("related", []), "fqn")]:
+        lines.append("related: " + ", ".join(related))
+    if "has_tests" in there:
+        lines.append("has_tests: yes")
+    return "\n".join(lines)
+
+def _listed(sym):
+    """Return the one line that lists a symbol: its name, kind, lines and signature."""
+    line, end = line_number(expect(sym, dict).get("line")), line_number(sym.get("end_line"))
+    span = f"L{line}-L{end}" if end > line else f"L{line}"
+    what = next((sym[key] for key in ("signature", "docstring") if not missing(sym.get(key))), "")
+    what = text_form(what).strip().split("\n", 1)[0]
+    if len(what) > _LISTED_CHARS:
+        what = what[: _LISTED_CHARS - 3] + "..."
+    head = f"- `{text_form(sym.get('fqn', ''))}` ({text_form(sym.get('kind', ''))})"
+    head += f" — {text_form(_norm(text_form(sym.get('file', ''))))}:{span}"
+    return f"{head}: {what}" if what else head
+
+def _listing(symbols):
+    """Return the heading and a line for each symbol; nothing when there are no symbols."""
+    lines = [] if symbols is None else [_listed(sym) for sym in symbols]
+    return "\n".join([_LISTED_HEADING, *lines]) if lines else ""
+
+def _assemble_blocks(blocks, budget):
+    """Return the blocks, best first and whole, that the budget holds; the top one always."""
+    kept, used, budget = [], 0, expect(budget, int)
+    for block in blocks:
+        cost = count64(estimate_tokens(expect(block, str)))
+        if kept and used + cost > budget:
+            break
+        kept.append(block)
+        used += cost
+    return kept
+
+def _blocks_within(parts, budget):
+    """Return how many symbol blocks the token budget keeps whole."""
+    floor = int(expect(budget, int) * _SYM_BUDGET_FLOOR)
+    sym_budget = max(floor, budget - count64(estimate_tokens(fact_text(parts))))
+    return len(_assemble_blocks([text for text, _ in pairs(parts)], sym_budget))
+
+def _assemble_grounding(parts, budget):
+    """Fit a grounding to its token budget: whole code first, the facts cut to the rest."""
+    count = _blocks_within(parts, budget)
+    candidates = [sym for _, sym in pairs(parts)]
+    listing = _listing(candidates[count : count + _LISTED_MAX])
+    code = [text for text, _ in parts.blocks[:count]] + ([listing] if listing else [])
+    remainder = max(0, budget - count64(estimate_tokens("\n\n".join(code))))
+    non_symbol = expect(_truncate_to_tokens(fact_text(parts), remainder), str)
+    grounding = "\n\n".join(piece for piece in [non_symbol, *code] if piece)
+    seeds = symbol_seeds(candidates)
+    files = {expect(path, str) for path in parts.files} | {one["path"] for one in seeds}
+    return grounding, symbol_names(candidates), sorted(files), part_seeds(parts) + seeds
+
+def _json_size(value):
+    """Return the characters of a value's JSON text."""
+    return len(json.dumps(value, ensure_ascii=False))
+
+def _cap_note(left_out, ask=False):
+    """Return the note of a capped answer: the first items left out by name, the rest counted."""
+    named = [expect(item, str) for item in expect(left_out, list, tuple)]
+    if len(named) > _NOTE_ITEMS:
+        named[_NOTE_ITEMS:] = [f"{len(named) - _NOTE_ITEMS} more blocks"]
+    what = "; ".join(named) or "nothing that can be left out"
+    note = f"answer capped at {_PAGE_CONTEXT_MAX_CHARS} characters; left out: {what}."
+    return note + _ASK if ask else note
+
+def _code_cut(kept, listed, total):
+    """Return how a note counts the symbol blocks left without their body; empty for none."""
+    cut = expect(total, int) - expect(kept, int)
+    unlisted = cut - expect(listed, int)
+    return [] if cut <= 0 else [
+        f"the bodies of {cut} of {total:d} symbol blocks (the lowest ranked; {listed:d} of them "
+        f"listed by lines and signature, {unlisted} not at all)"
+    ]
+
+def _most(high, fits):
+    """Return the largest count up to `high` that fits, found by bisection."""
+    low, high = 0, expect(high, int)
+    while low < high:
+        mid = (low + high + 1) // 2
+        low, high = (mid, high) if fits(mid) else (low, mid - 1)
+    return low
+
+def _fit_prose(parts, size, total):
+    """Choose the fact blocks of a capped answer; return them and the labels of the others."""
+    first = {expect(key, str) for key in expect(parts.budget.first, tuple, list)}
+    def always_kept(block):
+        return block.text.startswith(_ALWAYS_KEPT) or block.key != "" and block.key in first
+    always = [block for block in parts.prose if always_kept(block)]
+    base = count64(size(list(always), 0))
+    room = max(0, _PAGE_CONTEXT_MAX_CHARS - base)
+    floor = double(room) * double(parts.code_floor)
+    if not math.isfinite(floor):
+        raise ValueError("code_floor gives no finite share of the room")
+    reserve = min(int(floor), count64(size(list(always), total)) - base)
+    shares = parts.budget.shares
+    prose, dropped, used = [], [], {}
+    for block in parts.prose:
+        taken = used.get(block.key, 0) + _json_size(block.text) + _json_size(block.seeds)
+        within = block.key not in shares or taken <= double(shares[block.key]) * double(room)
+        if always_kept(block) or within and (
+            count64(size([*prose, block], 0)) + reserve <= _PAGE_CONTEXT_MAX_CHARS
+        ):
+            prose.append(block)
+            used[block.key] = taken
+        else:
+            dropped.append(label(block))
+    return prose, dropped
+
+def _fit_page_context(result, parts, budget):
+    """Keep a page's answer under its cap: the prior markdown goes first, then whole blocks."""
+    if _json_size(expect(result, dict)) <= _PAGE_CONTEXT_MAX_CHARS:
+        return result
+    fixed = {key: value for key, value in result.items() if key not in _FITTED_FIELDS}
+    left_out, prior = [], result.get("prior_markdown")
+    if not missing(prior):
+        left_out = [
+            f"prior_markdown ({len(expect(prior, str))} characters; read the page with "
+            f'wiki(action="read", page_id="{text_form(fixed["page_id"])}") before you edit it)'
+        ]
+        whole = {**result, "prior_markdown": None, "truncated": _cap_note(left_out)}
+        if _json_size(whole) <= _PAGE_CONTEXT_MAX_CHARS:
+            return whole
+        fixed["prior_markdown"] = None
+    symbols = [sym for _, sym in pairs(parts)]
+    total = _blocks_within(parts, budget)
+
+    def window(count):
+        return min(_LISTED_MAX, len(symbols) - count)
+
+    def build(prose, count, listed, note):
+        shown = symbols[: count + listed]
+        texts = [block.text for block in prose if block.text]
+        code = [text for text, _ in parts.blocks[:count]]
+        listing = _listing(shown[count:])
+        return {
+            **fixed,
+            "grounding": "\n\n".join(texts + code + ([listing] if listing else [])),
+            "symbols": symbol_names(shown),
+            "citation_seeds": citable(one for block in prose for one in block.seeds)
+            + symbol_seeds(symbols[:count]),
+            "truncated": note,
+        }
+
+    def size(prose, count, listed=None):
+        listed = window(count) if listed is None else listed
+        return _json_size(build(prose, count, listed, _NOTE_PLACEHOLDER))
+
+    prose, dropped = _fit_prose(parts, size, total)
+    count = _most(total, lambda n: size(prose, n) <= _PAGE_CONTEXT_MAX_CHARS)
+    listed = window(count)
+    if count == 0:
+        listed = _most(listed, lambda n: size(prose, 0, n) <= _PAGE_CONTEXT_MAX_CHARS)
+    while True:
+        note = _cap_note(left_out + _code_cut(count, listed, len(symbols)) + dropped, ask=True)
+        fitted = build(prose, count, listed, note)
+        if _json_size(fitted) <= _PAGE_CONTEXT_MAX_CHARS:
+            return fitted
+        if count + listed == 0:
+            fitted["truncated"] = note + " The file cards and the other fields alone exceed it."
+            return fitted
+        count, listed = (count - 1, window(count - 1)) if count else (0, listed - 1)
