@@ -29,10 +29,10 @@ owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
 
 // ---- fact blocks --------------------------------------------------------------------------------
 
-std::vector<sized_fact> sized_facts(const fact_blocks& prose) {
+std::vector<sized_fact> sized_facts(const fact_blocks& prose, json_meter& meter) {
   std::vector<sized_fact> facts;
   facts.reserve(prose.size());
-  for (std::size_t i = 0; i < prose.size(); ++i) facts.emplace_back(prose[i], i);
+  for (std::size_t i = 0; i < prose.size(); ++i) facts.emplace_back(prose[i], i, meter);
   return facts;
 }
 
@@ -67,8 +67,9 @@ void sized_fact::read_seeds(const service& svc) {
 std::int64_t sized_fact::size_of(std::size_t i) {
   sized_seed& seed = seeds_[i];
   if (seed.size < 0) {
-    seed.size = within_fact(position_, ".seeds",
-                            [&] { return host::within(i, [&] { return json_size(seed.seed); }); });
+    seed.size = within_fact(position_, ".seeds", [&] {
+      return host::within(i, [&] { return meter_->size_of(seed.seed); });
+    });
   }
   return seed.size;
 }
@@ -224,7 +225,7 @@ class answer {
     owned grounding, symbols, seeds, note;
   };
 
-  answer(const service& svc, handle result) : svc_(svc) {
+  answer(const service& svc, handle result, json_meter& meter) : svc_(svc), meter_(meter) {
     members_.reserve(host::size_of_dict(result));
     host::dict_cursor cursor(result);
     for (handle key, value; cursor.next(key, value);) {
@@ -281,12 +282,8 @@ class answer {
   };
 
   void measure(member& each) {
-    if (host::kind_of(each.key) != host::kind::text) {
-      host::refuse(fault::type, "string keys", each.key);
-    }
+    const std::int64_t size = meter_.size_of_member(each.key, each.value);
     const text_view key = host::view_of(each.key);
-    const std::int64_t value = json_size_at(key, each.value);
-    const std::int64_t size = member_size(key, value);
     all_.add(size);
     if (key == "grounding" || key == "symbols" || key == "citation_seeds") {
       each.role = part::fitted;
@@ -300,13 +297,14 @@ class answer {
     if (key == "prior_markdown") {
       each.role = part::prior;
       prior_ = each.value;
-      prior_size_ = value;
+      prior_size_ = size - member_size(key, 0);
     } else if (key == "page_id") {
       page_id_ = each.value;
     }
   }
 
   const service& svc_;
+  json_meter& meter_;
   std::vector<member> members_;
   tally all_, carried_, fitted_;
   handle prior_, page_id_;
@@ -319,7 +317,8 @@ class answer {
 // built.
 class page : public candidate_measure {
  public:
-  page(const service& svc, const answer& source, bool cut_prior, handle parts, std::int64_t budget)
+  page(const service& svc, const answer& source, json_meter& meter, bool cut_prior, handle parts,
+       std::int64_t budget)
       : svc_(svc),
         source_(source),
         cut_prior_(cut_prior),
@@ -327,7 +326,7 @@ class page : public candidate_measure {
         blocks_(take_symbol_blocks(parts)),
         prose_(svc, parts),
         listed_(blocks_.size(), -1),
-        facts_(sized_facts(prose_)),
+        facts_(sized_facts(prose_, meter)),
         norm_(svc, path_names::asking::once_per_text) {
     const owned text = fact_text(prose_);  // as large as all facts together, so not kept
     total_ = count_kept(svc, blocks_, symbol_budget(svc, text, budget));
@@ -519,7 +518,8 @@ class page : public candidate_measure {
     if constexpr (k_check_sizes) {
       const std::string note(k_placeholder_chars, 'x');
       const text_view view = std::string_view(note);
-      const std::int64_t built = json_size(build(facts, count, listed, host::new_text({&view, 1})));
+      const std::int64_t built =
+          json_meter().size_of(build(facts, count, listed, host::new_text({&view, 1})));
       if (built != measured) host::raise_size_mismatch(measured, built);
     }
     return measured;
@@ -595,9 +595,9 @@ class note_items {
   const std::vector<std::size_t>& left_out_;
 };
 
-owned fit_blocks(const service& svc, const answer& source, const owned& prior, handle parts,
-                 std::int64_t budget) {
-  page fitting(svc, source, bool(prior), parts, budget);
+owned fit_blocks(const service& svc, const answer& source, json_meter& meter, const owned& prior,
+                 handle parts, std::int64_t budget) {
+  page fitting(svc, source, meter, bool(prior), parts, budget);
   const chosen_facts chosen = choose_facts(svc, parts, fitting.facts(), fitting);
   const auto fits = [&](std::size_t count, std::size_t listed) {
     return fitting.size(chosen.kept, count, listed) <= k_answer_max_chars;
@@ -638,9 +638,10 @@ owned fit_blocks(const service& svc, const answer& source, const owned& prior, h
 }  // namespace
 
 owned fit_page_context(const service& svc, handle result, handle parts, std::int64_t budget) {
-  const answer source(svc, result);
+  json_meter meter;
+  const answer source(svc, result, meter);
   if (source.size() <= k_answer_max_chars) return host::share(result);
-  if (host::missing(source.prior())) return fit_blocks(svc, source, {}, parts, budget);
+  if (host::missing(source.prior())) return fit_blocks(svc, source, meter, {}, parts, budget);
 
   // The page is one read away, its grounding is not.
   const owned prior = prior_item(source);
@@ -651,7 +652,7 @@ owned fit_page_context(const service& svc, handle result, handle parts, std::int
   whole.add(member_size("truncated", json_string_size(host::view_of(now.note))));
   if (whole.bracketed() <= k_answer_max_chars) return source.build(now, true);
   now.note = {};
-  return fit_blocks(svc, source, prior, parts, budget);
+  return fit_blocks(svc, source, meter, prior, parts, budget);
 }
 
 }  // namespace grounding_fit

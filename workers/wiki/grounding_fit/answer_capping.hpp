@@ -71,7 +71,8 @@ std::int64_t most(std::int64_t high, Fits&& fits) {
 // The sizes of one fact block, each taken when it is first asked for.
 class sized_fact {
  public:
-  sized_fact(fact_block block, std::size_t position) : block_(block), position_(position) {}
+  sized_fact(fact_block block, std::size_t position, json_meter& meter)
+      : block_(block), position_(position), meter_(&meter) {}
 
   const fact_block& block() const { return block_; }
   // What the text adds to the pieces of a grounding: nothing when it is empty.
@@ -97,13 +98,14 @@ class sized_fact {
 
   fact_block block_;
   std::size_t position_;
+  json_meter* meter_;
   std::int64_t text_size_ = -1;
   bool seeds_taken_ = false;
   bool seeds_read_ = false;
   std::vector<sized_seed> seeds_;
 };
 
-std::vector<sized_fact> sized_facts(const fact_blocks& prose);
+std::vector<sized_fact> sized_facts(const fact_blocks& prose, json_meter& meter);
 
 // Which fact blocks a capped answer keeps, by position, and which it leaves out.
 struct chosen_facts {

@@ -1,6 +1,7 @@
 #include "grounding_model.hpp"
 
 #include <cmath>
+#include <tuple>
 
 namespace grounding_fit {
 
@@ -115,7 +116,8 @@ std::vector<symbol_block> take_symbol_blocks(handle parts) {
   std::size_t i = 0;
   try {
     for (; i < pairs.size(); ++i) {
-      auto [text, record] = host::expect_pair(pairs[i]);
+      owned text, record;
+      std::tie(text, record) = host::expect_pair(pairs[i]);
       host::within(std::size_t{0}, [&] { host::expect_text(text); });
       blocks.push_back({std::move(text), std::move(record)});
     }
@@ -222,7 +224,7 @@ constexpr field k_grounding_parts_fields[] = {
 
 constexpr field k_section_budget_fields[] = {
     {"readme_chars", integer, otherwise::integer_4000,
-     "Characters of the README the page reads (int)."},
+     "Code points of the README the page reads (int)."},
     {"first", sequence, otherwise::empty_tuple,
      "Keys of the fact blocks kept before any other, beside the file cards (list or tuple of "
      "str)."},
@@ -230,7 +232,7 @@ constexpr field k_section_budget_fields[] = {
      "Block key to the most of a capped answer's room its blocks may take (dict of float). The "
      "dict stays the caller's own; treat it as read-only."},
     {"document_chars", integer, otherwise::integer_0,
-     "Characters of the page's own documents it reads, shared among them (int)."}};
+     "Code points of the page's own documents it reads, shared among them (int)."}};
 
 constexpr computed k_label = {
     "label", false,

@@ -270,18 +270,6 @@ owned dict::get(handle key) const {
   return share(found);
 }
 
-bool dict_cursor::next(handle& key, handle& value) noexcept {
-  PyObject *next_key, *next_value;
-  if (!PyDict_Next(object_.get(), &position_, &next_key, &next_value)) return false;
-  key = next_key;
-  value = next_value;
-  return true;
-}
-
-std::size_t size_of_dict(handle object) noexcept {
-  return static_cast<std::size_t>(PyDict_GET_SIZE(object.get()));
-}
-
 std::vector<owned> items_of_set(handle set) {
   // The set's own iterator, whatever a derived type says of iterating.
   const owned iterator = owned::steal(PySet_Type.tp_iter(set.get()));
@@ -304,13 +292,11 @@ std::size_t real_length(handle real) {
   return length;
 }
 
-nesting::nesting(int& depth) : depth_(depth) {
-  if (depth >= std::min(Py_GetRecursionLimit(), k_deepest)) {
-    PyErr_SetString(PyExc_RecursionError, "containers nested too deep to measure as JSON");
-    throw raised{};
-  }
-  if (Py_EnterRecursiveCall(" while measuring a value as JSON") != 0) throw raised{};
-  ++depth;
+int deepest_nesting() noexcept { return std::min(Py_GetRecursionLimit(), k_deepest); }
+
+void raise_too_deep() {
+  PyErr_SetString(PyExc_RecursionError, "containers nested too deep to measure as JSON");
+  throw raised{};
 }
 
 // ---- integers -----------------------------------------------------------------------------------
@@ -363,12 +349,14 @@ owned integer::object() const { return big_ ? share(big_) : new_integer(small_);
 
 owned new_text(std::span<const text_view> pieces) {
   std::size_t length = 0;
-  char32_t max_char = 0x7f;
+  text_range range = text_range::ascii;
   for (const text_view& piece : pieces) {
     length += piece.length();
-    max_char = std::max(max_char, piece.max_char());
+    range = std::max(range, piece.range());
   }
-  owned text = owned::steal(PyUnicode_New(static_cast<Py_ssize_t>(length), max_char));
+  constexpr Py_UCS4 largest[] = {0x7f, 0xff, 0xffff, 0x10ffff};
+  owned text = owned::steal(
+      PyUnicode_New(static_cast<Py_ssize_t>(length), largest[static_cast<std::size_t>(range)]));
   const unsigned width = PyUnicode_KIND(text.get());
   auto* to = static_cast<std::byte*>(PyUnicode_DATA(text.get()));
   for (const text_view& piece : pieces) {

@@ -162,8 +162,13 @@ inline text_view view_of(handle text) {
 #if PY_VERSION_HEX < 0x030C0000
   if (PyUnicode_READY(text.get()) < 0) throw raised{};  // made by the old C API, not final yet
 #endif
+  const unsigned width = PyUnicode_KIND(text.get());
+  const text_range range = PyUnicode_IS_ASCII(text.get()) ? text_range::ascii
+                           : width == 1                   ? text_range::latin_1
+                           : width == 2                   ? text_range::basic
+                                                          : text_range::full;
   return {PyUnicode_DATA(text.get()), static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get())),
-          static_cast<unsigned>(PyUnicode_KIND(text.get())), PyUnicode_MAX_CHAR_VALUE(text.get())};
+          width, range};
 }
 
 inline bool truth_of(handle boolean) noexcept { return boolean.get() == Py_True; }
@@ -236,14 +241,22 @@ inline dict expect_dict(handle value) {
 class dict_cursor {
  public:
   explicit dict_cursor(handle object) : object_(object) {}
-  bool next(handle& key, handle& value) noexcept;
+  bool next(handle& key, handle& value) noexcept {
+    PyObject *next_key, *next_value;
+    if (!PyDict_Next(object_.get(), &position_, &next_key, &next_value)) return false;
+    key = next_key;
+    value = next_value;
+    return true;
+  }
 
  private:
   handle object_;
   Py_ssize_t position_ = 0;
 };
 
-std::size_t size_of_dict(handle object) noexcept;
+inline std::size_t size_of_dict(handle object) noexcept {
+  return static_cast<std::size_t>(PyDict_GET_SIZE(object.get()));
+}
 inline std::size_t size_of_array(handle array) noexcept {
   return static_cast<std::size_t>(Py_SIZE(array.get()));
 }
@@ -260,20 +273,11 @@ std::vector<owned> items_of_set(handle set);
 std::size_t integer_length(handle integer);  // ValueError beyond the host's digit limit
 std::size_t real_length(handle real);
 
-// One level of a walk into nested values: RecursionError when it is one too many, for the host's
-// limit or for the module's own, which keeps the C stack whole whatever limit the host has set.
-class nesting {
- public:
-  explicit nesting(int& depth);
-  ~nesting() {
-    Py_LeaveRecursiveCall();
-    --depth_;
-  }
-  nesting(const nesting&) = delete;
-
- private:
-  int& depth_;
-};
+// How many levels of containers a walk may go into: the host's recursion limit or the module's own,
+// which keeps the C stack whole whatever the host has set.
+int deepest_nesting() noexcept;
+// Sets RecursionError.
+[[noreturn]] void raise_too_deep();
 
 // An integer of any size; small ones, nearly all, without an object of the host.
 class integer {

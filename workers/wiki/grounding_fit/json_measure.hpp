@@ -16,12 +16,28 @@ inline std::int64_t json_inner_size(text_view text) {
 }
 inline std::int64_t json_string_size(text_view text) { return 2 + json_inner_size(text); }
 
-// Any value. TypeError for what JSON has no form for, keys that are no strings among it;
-// RecursionError for containers nested too deep or in a cycle. The caller keeps the value alive.
-std::int64_t json_size(host::handle value);
+// Measures any number of values. The caller keeps each alive while it is measured.
+class json_meter {
+ public:
+  // TypeError for what JSON has no form for, keys that are no strings among it; RecursionError for
+  // containers nested too deep or in a cycle.
+  std::int64_t size_of(host::handle value);
+  // The same for a value under a key, which leads an error's place.
+  std::int64_t size_of_member(host::handle key, host::handle value);
 
-// The same for a value under a key, which leads an error's place.
-std::int64_t json_size_at(text_view key, host::handle value);
+ private:
+  std::int64_t size_of_array(host::owned array);
+  std::int64_t size_of_object(host::owned object);
+  std::int64_t size_of_key(host::handle key);
+
+  // Objects of one kind share their keys, so the last few are remembered by address, kept alive.
+  struct sized_key {
+    host::owned key;
+    std::int64_t size;
+  };
+  sized_key keys_[8] = {};
+  int levels_left_ = host::deepest_nesting();
+};
 
 // Sizes that have been added up, and how many there were: what an array or a joined text takes.
 struct tally {

@@ -177,7 +177,7 @@ owned assemble(const service& svc, const arguments& given) {
 }
 
 owned json_size_of(const service&, const arguments& given) {
-  return within("value", [&] { return host::new_integer(json_size(given[0])); });
+  return within("value", [&] { return host::new_integer(json_meter().size_of(given[0])); });
 }
 
 owned cap_note_of(const service&, const arguments& given) {
@@ -240,7 +240,8 @@ owned fit_prose(const service& svc, const arguments& given) {
   const handle parts = expect_parts(svc, given[0]);
   int64_of("total", given[2]);
   const fact_blocks prose(svc, parts);
-  std::vector<sized_fact> facts = sized_facts(prose);
+  json_meter meter;
+  std::vector<sized_fact> facts = sized_facts(prose, meter);
   host_measure measure(given[1], given[2], facts);
   const chosen_facts chosen = choose_facts(svc, parts, facts, measure);
 

@@ -219,6 +219,11 @@ struct slots {
     }
     return host::share(fields_of(self)[i]).release();
   }
+  static PyObject* iterate(PyObject* self) noexcept {
+    return host::boundary(Shape.name, [&] {
+      return owned::steal(PyObject_GetIter(fields_tuple(Shape, self).get()));
+    });
+  }
   static PyObject* subscript_slot(PyObject* self, PyObject* key) noexcept {
     return host::boundary(Shape.name, [&] { return subscript(Shape, self, key); });
   }
@@ -284,6 +289,7 @@ void add_type(service& svc, handle module) {
                                     {Py_tp_methods, methods},
                                     {Py_tp_getset, attributes}};
   if (Shape.positional) {
+    table.push_back({Py_tp_iter, slot_of(own::iterate)});
     table.push_back({Py_sq_length, slot_of(own::length)});
     table.push_back({Py_sq_item, slot_of(own::item)});
     table.push_back({Py_mp_length, slot_of(own::length)});

@@ -15,28 +15,37 @@
 
 namespace grounding_fit {
 
+// What a text's code points go up to: 0x7f, 0xff, 0xffff or 0x10ffff.
+enum class text_range : std::uint64_t { ascii, latin_1, basic, full };
+
+// Two words, so that it travels in registers.
 class text_view {
  public:
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
-  constexpr text_view() = default;
-  constexpr text_view(const void* units, std::size_t length, unsigned width, char32_t max_char)
-      : units_(units), length_(length), max_char_(max_char), width_(width) {}
+  constexpr text_view() : text_view(nullptr, 0, 1, text_range::ascii) {}
+  // A part of a text may stay within a narrower range than the width of its units tells.
+  constexpr text_view(const void* units, std::size_t length, unsigned width, text_range range)
+      : units_(units),
+        length_(length),
+        width_log_(width / 2),
+        range_(static_cast<std::uint64_t>(range)) {}
   // Literals of the module's own: ASCII, and the few that hold a dash.
-  constexpr text_view(std::string_view ascii) : text_view(ascii.data(), ascii.size(), 1, 0x7f) {}
+  constexpr text_view(std::string_view ascii)
+      : text_view(ascii.data(), ascii.size(), 1, text_range::ascii) {}
   constexpr text_view(const char* ascii) : text_view(std::string_view(ascii)) {}
-  constexpr text_view(std::u16string_view wide) : text_view(wide.data(), wide.size(), 2, 0xffff) {}
+  constexpr text_view(std::u16string_view wide)
+      : text_view(wide.data(), wide.size(), 2, text_range::basic) {}
 
   const void* units() const { return units_; }
   std::size_t length() const { return length_; }
   bool empty() const { return length_ == 0; }
-  unsigned width() const { return width_; }
-  std::size_t bytes() const { return length_ * width_; }
-  // The largest code point of the narrowest form the text fits: 0x7f, 0xff, 0xffff or 0x10ffff.
-  char32_t max_char() const { return max_char_; }
+  unsigned width() const { return 1u << width_log_; }
+  std::size_t bytes() const { return length() << width_log_; }
+  text_range range() const { return static_cast<text_range>(range_); }
 
   char32_t operator[](std::size_t i) const {
-    switch (width_) {
+    switch (width()) {
       case 1: return static_cast<const std::uint8_t*>(units_)[i];
       case 2: return static_cast<const std::uint16_t*>(units_)[i];
       default: return static_cast<const std::uint32_t*>(units_)[i];
@@ -46,7 +55,7 @@ class text_view {
   // Calls `body` with a typed pointer to the units.
   template <class Body>
   decltype(auto) with_units(Body&& body) const {
-    switch (width_) {
+    switch (width()) {
       case 1: return body(static_cast<const std::uint8_t*>(units_));
       case 2: return body(static_cast<const std::uint16_t*>(units_));
       default: return body(static_cast<const std::uint32_t*>(units_));
@@ -56,44 +65,47 @@ class text_view {
   // Position of the first `wanted` at or after `from`, or npos. Reads at most the whole text.
   std::size_t find(char32_t wanted, std::size_t from = 0) const {
     return with_units([&](const auto* units) {
-      const auto* found = std::find(units + std::min(from, length_), units + length_, wanted);
-      return found == units + length_ ? npos : static_cast<std::size_t>(found - units);
+      const auto* found = std::find(units + std::min(from, length()), units + length(), wanted);
+      return found == units + length() ? npos : static_cast<std::size_t>(found - units);
     });
   }
 
-  // `length` code points from `from` on (both cut to the text). Reads them, to know their range.
-  text_view slice(std::size_t from, std::size_t length = npos) const {
-    from = std::min(from, length_);
-    length = std::min(length, length_ - from);
-    if (length == length_) return *this;
+  // `count` code points from `from` on (both cut to the text). Reads them, to know their range.
+  text_view slice(std::size_t from, std::size_t count = npos) const {
+    from = std::min(from, length());
+    count = std::min(count, length() - from);
+    if (count == length()) return *this;
     return with_units([&](const auto* units) {
       char32_t seen = 0;
-      for (std::size_t i = from; i < from + length; ++i) seen |= units[i];
-      return text_view(units + from, length, width_, narrowest(seen));
+      for (std::size_t i = from; i < from + count; ++i) seen |= units[i];
+      return text_view(units + from, count, width(), range_of(seen));
     });
   }
 
   bool starts_with(text_view prefix) const {
-    return length_ >= prefix.length_ && compare_units(prefix, prefix.length_) == 0;
+    return length() >= prefix.length() && compare_units(prefix, prefix.length()) == 0;
   }
 
   friend bool operator==(text_view a, text_view b) {
-    return a.length_ == b.length_ && a.compare_units(b, b.length_) == 0;
+    return a.length() == b.length() && a.compare_units(b, b.length()) == 0;
   }
 
   // Order by code point, as the host sorts its texts.
   friend std::strong_ordering operator<=>(text_view a, text_view b) {
-    const int order = a.compare_units(b, std::min(a.length_, b.length_));
-    return order != 0 ? order <=> 0 : a.length_ <=> b.length_;
+    const int order = a.compare_units(b, std::min(a.length(), b.length()));
+    return order != 0 ? order <=> 0 : a.length() <=> b.length();
   }
 
  private:
-  static constexpr char32_t narrowest(char32_t seen) {
-    return seen < 0x80 ? 0x7f : seen < 0x100 ? 0xff : seen < 0x10000 ? 0xffff : 0x10ffff;
+  static constexpr text_range range_of(char32_t seen) {
+    return seen < 0x80      ? text_range::ascii
+           : seen < 0x100   ? text_range::latin_1
+           : seen < 0x10000 ? text_range::basic
+                            : text_range::full;
   }
 
   int compare_units(text_view other, std::size_t count) const {
-    if (width_ == 1 && other.width_ == 1) {
+    if (width() == 1 && other.width() == 1) {
       return count == 0 ? 0 : std::memcmp(units_, other.units_, count);
     }
     return with_units([&](const auto* a) {
@@ -106,10 +118,8 @@ class text_view {
     });
   }
 
-  const void* units_ = nullptr;
-  std::size_t length_ = 0;
-  char32_t max_char_ = 0x7f;
-  unsigned width_ = 1;
+  const void* units_;
+  std::uint64_t length_ : 60, width_log_ : 2, range_ : 2;
 };
 
 }  // namespace grounding_fit
