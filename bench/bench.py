@@ -11,10 +11,9 @@ folder, the project root and the tests' folder on PYTHONPATH:
 import argparse
 import ast
 import ctypes
-import importlib.util
+import importlib
 import json
 import os
-import platform
 import statistics
 import subprocess
 import sys
@@ -23,7 +22,6 @@ from collections import namedtuple
 from collections.abc import Callable
 from functools import partial
 from heapq import nlargest
-from operator import truediv
 from pathlib import Path
 from time import perf_counter
 from types import ModuleType
@@ -40,6 +38,7 @@ PACKAGES = ("asyncio collections concurrent ctypes email html http importlib jso
 SIZES = {12: 6, 40: 12, 120: 25, 400: 60, 1200: 250}  # symbols of a page: its fact blocks
 FITS = 12  # symbols of the page whose answer fits; the other answers are cut
 TOKENS, CHARS = 8000, 32000  # budgets that keep as many bodies; a token is 4 characters
+# The host's utilities without Python in them, so that the module's own share shows:
 BUILT_IN = {"estimate_tokens": len, "_truncate_to_tokens": str.ljust, "_norm": str}
 WIDEST = {1: ("é", "latin-1"), 2: ("—", "utf-16-le"), 4: ("😀", "utf-32-le")}
 SCANNED = [(2, 24), (2, 200), (2, 2_000), (2, 40_000), (2, 1_000_000),  # bytes of a character,
@@ -54,18 +53,16 @@ Page = namedtuple("Page", "name symbols answer parts")
 
 def load(utilities: dict[str, Callable]) -> list[ModuleType]:
     """Load the module and the plain model anew, each for itself, over these host utilities."""
-    sides = []
+    names = ("grounding_fit", "plain_model")
     with mock.patch.dict(vars(context_builder), utilities), \
-            mock.patch.dict(vars(repo_facts), utilities):  # looked up once, while loading
-        for name in ("grounding_fit", "plain_model"):
-            spec = importlib.util.find_spec(name)
-            sides.append(importlib.util.module_from_spec(spec))
-            spec.loader.exec_module(sides[-1])
-    return sides
+            mock.patch.dict(vars(repo_facts), utilities), mock.patch.dict(sys.modules):
+        for name in names:
+            sys.modules.pop(name, None)
+        return [importlib.import_module(name) for name in names]
 
 
 def read_library() -> tuple[list, list[dict], list[tuple]]:
-    """Return the code, its symbol records (best first), and what it says of itself, with seeds."""
+    """Return the code, its symbol records (best first), its longest texts on itself, with seeds."""
     read = [source for name in PACKAGES.split()
             for source in example.read_repository(Path(os.__file__).parent / name)[0]]
     sources, texts = [source for source in read if not source.is_test], []
@@ -78,17 +75,18 @@ def read_library() -> tuple[list, list[dict], list[tuple]]:
             lines = getattr(scope, "lineno", 1), getattr(scope, "end_lineno", len(source.lines))
             if len(text) >= 200:
                 texts.append((text, [example.fit.seed(source.path, *lines)]))
-    return sources, example.symbol_records(sources, max(SIZES)), texts
+    longest = nlargest(max(SIZES.values()) - 2, texts, key=lambda fields: len(fields[0]))
+    return sources, example.symbol_records(sources, max(SIZES)), longest
 
 
 def make_page(fit: ModuleType, count: int, sources: list, records: list, texts: list) -> Page:
-    """Make a page of so many symbols, taken evenly from all, and of the longest texts."""
-    symbols = records[:: len(records) // count][:count]
+    """Make a page of so many symbols and as many texts as go with them, taken evenly from all."""
+    symbols, told = records[:: len(records) // count][:count], SIZES[count] - 2
     files = {symbol["file"] for symbol in symbols}
     cards = [(f"{each.path} ({len(each.lines)} lines)", [(each.path, 1, len(each.lines))])
              for each in sources if each.path in files]
     prose = [example.list_block(fit._ALWAYS_KEPT[0], cards), (fit._ALWAYS_KEPT[1],),
-             *sorted(nlargest(SIZES[count] - 2, texts, key=lambda fields: len(fields[0])))]
+             *sorted(texts[:: len(texts) // told][:told])]
     parts = fit.GroundingParts([fit.FactBlock(*fields) for fields in prose],
                                [(fit.render_symbol(symbol), symbol) for symbol in symbols],
                                files, budget=fit.section_budget("module"))
@@ -128,8 +126,8 @@ def kept(page: Page, answer: dict) -> list:
     """Return what an answer keeps of its page; fail when that is not what the page is for."""
     code = sum(text in answer["grounding"] for text, _ in page.parts.blocks)
     facts = sum(block.text in answer["grounding"] for block in page.parts.prose)
-    if not (answer is page.answer if len(page.symbols) == FITS
-            else 0 < code < len(page.symbols) and 0 < facts < len(page.parts.prose)):
+    cut = 0 < code < len(page.symbols) and 0 < facts < len(page.parts.prose)
+    if not (answer is page.answer if len(page.symbols) == FITS else cut):
         raise SystemExit(f"{page.name}: {code} bodies and {facts} fact blocks stay")
     sizes = (len(json.dumps(each, ensure_ascii=False)) for each in (page.answer, answer))
     return [page.name, *sizes, code, facts]
@@ -144,8 +142,11 @@ def compare(host: str, utilities: dict, budget: int, library: tuple, seconds: fl
         for page in pages:
             calls = [operations(side, page, budget)[name] for side in sides]
             result, expected = (call() for call in calls)
-            if json.dumps(result) != json.dumps(expected):  # the order of keys counts
-                raise SystemExit(f"{name}, {page.name}:\n{result!r:.3000}\nnot {expected!r:.3000}")
+            texts = json.dumps(result), json.dumps(expected)  # in which the order of keys shows
+            if texts[0] != texts[1]:
+                at = len(os.path.commonprefix(texts))
+                near = [text[max(0, at - 60):at + 60] for text in texts]
+                raise SystemExit(f"{name}, {page.name}: ...{near[0]}... is not ...{near[1]}...")
             if name == "_fit_page_context":
                 stays.append(kept(page, result))
             ours, plain = clock(seconds, *calls)
@@ -162,10 +163,7 @@ def compare(host: str, utilities: dict, budget: int, library: tuple, seconds: fl
 
 
 def scan(code: str, width: int, length: int, seconds: float) -> list[float]:
-    """Time the measure of a text, then the search of its memory for a byte that is not there.
-
-    Return the nanoseconds that each takes above the same call on nothing.
-    """
+    """Return the ns that a text's measure, and a search of all its memory, take above nothing."""
     (widest, encoding), size = WIDEST[width], example.fit._json_size
     text = widest + (code * (length // len(code) + 1))[:length - 1]
     memory, absent = text.encode(encoding), b"\xff"
@@ -196,10 +194,10 @@ def heap_growth(call: Callable) -> tuple[int, object]:
 
 
 def peaks() -> list[list]:
-    """Return what cuts of pages add at their peak, in bytes, beyond the one text of all facts.
+    """Return bytes by page: its answer's texts, what its cut adds at the peak on either side.
 
-    A row has the page, the texts of its answer, what each side adds. The host, which must be given
-    the text of all facts, holds on to it: its memory serves nothing else later in the call.
+    The text of all facts, which the host must be given, is not counted. The host holds on to it, so
+    that its memory serves nothing else later in the call.
     """
     given, known = [], heap_growth(partial(bytes, 1_000_000))[0]
     if abs(known - 1_000_000) > 8192:  # a page at either end
@@ -228,15 +226,15 @@ def main() -> None:
         return print(json.dumps(peaks()))
     seconds, library = 0.2 if args.quick else 2.0, read_library()
     cpu = Path("/proc/cpuinfo").read_text().partition("model name\t: ")[2].partition("\n")[0]
-    print(f"{cpu or platform.machine()}, {os.cpu_count()} cores", end=", ")
-    print(f"{platform.python_implementation()} {platform.python_version()}")
+    print(f"{cpu or 'Unnamed processor'}, {os.cpu_count()} cores, CPython {sys.version.split()[0]}")
     ratios = compare("in Python", {}, TOKENS, library, seconds)
     inner = compare("built in", BUILT_IN, CHARS, library, seconds)
 
     code = "\n\n".join(symbol["snippet"] for symbol in library[1])
-    code = code[code.index('\n    """'):].encode("ascii", "replace").decode()
+    code = code[code.index('\n    """'):].encode("ascii", "replace").decode()  # starts with escapes
     scans = {key: scan(code, *key, seconds / 2) for key in SCANNED}
-    table("Text scan above the same call on nothing, in ns", "characters | bytes of each | `_json_size` | `bytes.find` | ratio",
+    table("Text scan in ns, above the same call on nothing",
+          "characters | bytes of each | `_json_size` | `bytes.find` | ratio",
           [[f"{length:,}", width, sized, found, sized / found]
            for (width, length), (sized, found) in scans.items()])
 

@@ -75,9 +75,9 @@ def branches(answer, result, passes):
             yield "over the cap"
 
 
-def one_page(seed, junk, seen):
+def one_page(seed, junk, seen, scale=1.0):
     """Compare everything on one page."""
-    source = Source(seed, junk)
+    source = Source(seed, junk, scale)
     source.host()
     parts, answer, tokens = source.parts(), source.answer(), source.tokens()
     before = copy.deepcopy((parts, answer)) if not junk else None

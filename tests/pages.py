@@ -1,7 +1,9 @@
 """Random and hostile values, symbol records, pages and hosts, all from one seeded source."""
 
+import copy
+import gc
+import math
 import random
-import sys
 
 from harness import HOST, fit
 
@@ -35,11 +37,13 @@ class Array(list):
 
 
 class Source:
-    """One seed's worth of values. `junk` is the chance that a value is not what it should be."""
+    """One seed's worth of values. `junk` is the chance that a value is not what it should be;
+    a smaller `scale` makes smaller pages of the same seed."""
 
-    def __init__(self, seed, junk=0.0):
+    def __init__(self, seed, junk=0.0, scale=1.0):
         self.r = random.Random(seed)
         self.junk = junk
+        self.scale = scale
         self.full = self.r.random() < 0.1  # a long note over an answer full of blocks
 
     def text(self, most=30):
@@ -138,6 +142,7 @@ class Source:
         width = r.choice([1, 8, 40, 400, 3000])
         if self.full:
             long_names, size, facts, symbols, width = True, 9000, 20, 80, r.choice([400, 3000])
+        facts, symbols = math.ceil(facts * self.scale), math.ceil(symbols * self.scale)
         prose = [self.fact(size, long_names) for _ in range(facts)]
         blocks = []
         for _ in range(symbols):
@@ -200,4 +205,106 @@ class Source:
         return chance.choice([None, 7, True, 2.5, "text", ["a"], 2**63, -(2**63), 2**62])
 
 
-sys.setrecursionlimit(max(1000, sys.getrecursionlimit()))
+class Saboteur:
+    """A host that changes what is being walked, from every place where its code can run."""
+
+    class Key(str):
+        """A key that must be compared to be told from a plain one, and acts when it is."""
+
+        owner = None
+
+        def __hash__(self):
+            return hash(str(self)[1:])
+
+        def __eq__(self, other):
+            self.owner.act()
+            return False
+
+    class Bomb:
+        """Garbage in a cycle that acts when it is collected."""
+
+        def __init__(self, owner):
+            self.owner, self.me = owner, self
+
+        def __del__(self):
+            self.owner.act()
+
+    def __init__(self, source):
+        self.source, self.r = source, source.r
+        self.depth = 0
+        parts, self.answer = source.parts(), source.answer()
+        budget = copy.deepcopy(parts.budget)  # the shared ones are everybody's
+        self.parts = fit.GroundingParts(parts.prose, parts.blocks, parts.files, budget=budget)
+        self.held = [self.parts, self.answer]
+        for record in self.records():
+            if self.r.random() < 0.3:
+                key = self.Key("x" + self.r.choice(["line", "file", "fqn", "line_start"]))
+                key.owner = self
+                record[key] = self.Bomb(self)
+        HOST.set(*(self.sabotaged(usual) for usual in (len, lambda t, n: t[:n], lambda path: path)))
+
+    def records(self):
+        pairs = [pair for pair in self.parts.blocks if isinstance(pair, (list, tuple)) and len(pair) > 1]
+        found = [pair[1] for pair in pairs]
+        for block in self.parts.prose:
+            found += block.seeds if isinstance(block, fit.FactBlock) else []
+        return [one for one in found if isinstance(one, dict)]
+
+    def act(self):
+        """Do something that no caller of a function would expect of its arguments."""
+        parts, r = self.parts, self.r
+        containers = [parts.prose, parts.blocks, parts.files, self.answer, parts.budget.shares]
+        containers += [block.seeds for block in parts.prose if isinstance(block, fit.FactBlock)]
+        containers += [*self.records(), *(one for one in parts.blocks if isinstance(one, list))]
+        victim = r.choice([one for one in containers if not isinstance(one, (tuple, frozenset))])
+        choice = r.randrange(8)
+        if choice < 3:
+            victim.clear()
+        elif choice == 3 and isinstance(victim, dict):
+            victim.update({r.choice(["line", "file", "path", "line_start"]): self.source.wrong()})
+        elif choice == 4 and isinstance(victim, list):
+            victim[: r.randrange(3)] = [self.source.wrong()]
+        elif choice == 5:
+            self.Bomb(self)
+            gc.collect()
+        elif choice == 6 and self.depth < 3:
+            self.depth += 1
+            self.attempt(fit._fit_page_context, self.answer, parts, 900)
+            self.depth -= 1
+        else:
+            self.held.clear()
+
+    def sabotaged(self, usual):
+        def utility(*args):
+            if self.r.random() < 0.2:
+                self.act()
+            return usual(*args) if self.r.random() < 0.98 else self.source.odd_result(self.r, usual, args)
+
+        return utility
+
+    def attempt(self, function, *args):
+        """Call it; any of the errors that a value can cause will do, and no other."""
+        try:
+            return function(*args)
+        except (TypeError, ValueError, OverflowError, LookupError, RecursionError):
+            return None
+        except AssertionError as error:  # sizes that a change in the middle makes differ
+            assert "a candidate measured as" in str(error)
+
+    def run(self):
+        """Call everything on this page, the collector running as often as it can."""
+        before = gc.get_threshold()
+        gc.set_threshold(1, 1, 1)
+        try:
+            act = self.sabotaged(lambda *_: 30000)
+            for function, *args in [
+                (fit._fit_page_context, self.answer, self.parts, self.source.tokens()),
+                (fit._assemble_grounding, self.parts, self.source.tokens()),
+                (fit._fit_prose, self.parts, act, 7), (fit._most, 40, act), (getattr, self.parts, "seeds"),
+                (fit.citable, (self.act() or one for one in self.records())),
+                (fit.symbol_seeds, self.records()), (fit._listing, self.records()),
+                *((fit.render_symbol, one) for one in self.records()[:4]), (fit._json_size, self.answer),
+            ]:  # fmt: skip
+                self.attempt(function, *args)
+        finally:
+            gc.set_threshold(*before)

@@ -183,7 +183,7 @@ class Answers(Host1):
 
     def test_cap_is_exact(self):
         for extra in (0, 1):
-            answer = {"prior_markdown": "m", "page_id": 7, "p": "x" * (CAP - 47 + extra)}
+            answer = {"prior_markdown": "m", "page_id": 7, "p": "x" * (CAP - 46 + extra)}
             self.assertEqual(fit._json_size(answer), CAP + extra)
             result = fit._fit_page_context(answer, parts(), 1)
             self.assertEqual(result is answer, not extra)
@@ -308,7 +308,7 @@ class Loading(unittest.TestCase):
         self.assertEqual(loaded._ALWAYS_KEPT, ("H", "H"))
 
     def test_other_import_errors_pass_through(self):
-        for body, error in [("import not_there_at_all", "not_there_at_all"), ("raise LookupError('x')", "'x'")]:
+        for body, error in [("import not_there_at_all", "not_there_at_all"), ("raise LookupError('x')", "LookupError: x")]:
             script = f"""
                 import sys, types, importlib.abc, importlib.util
                 class Finder(importlib.abc.MetaPathFinder, importlib.abc.Loader):
@@ -343,7 +343,7 @@ class Errors(Host1):
         cases = [
             (lambda: fit._assemble_grounding(deep, 100), ValueError, r"parts.blocks[3][1]['line']: expected an integer, got 'x'"),
             (lambda: fit._fit_page_context(over(), deep, 100), ValueError, r"_fit_page_context(): parts.blocks[3][1]['line']: expected an integer, got 'x'"),
-            (lambda: bad_seed.seeds, ValueError, r"seeds(): parts.prose[0].seeds[1]['line_start']: expected an integer, got list"),
+            (lambda: bad_seed.seeds, ValueError, r"GroundingParts.seeds(): parts.prose[0].seeds[1]['line_start']: expected an integer, got list"),
             (lambda: fit.citable([{"line_start": NAN}]), ValueError, "citable(): seeds[0]['line_start']: expected an integer, got nan"),
             (lambda: fit._json_size({"a": [1, {"b": {2}}]}), TypeError, "_json_size(): value['a'][1]['b']: expected a JSON value, got set"),
             (lambda: fit._json_size([{1: 2}]), TypeError, "_json_size(): value[0]: expected string keys, got 1"),
@@ -407,3 +407,209 @@ class Errors(Host1):
             self.assertRaises(error, fit._fit_page_context, over(), page, 5)
         HOST.set(truncate=lambda *_: None)
         self.assertRaises(TypeError, fit._assemble_grounding, page, 5)
+
+
+EVERY = {name: getattr(fit, name) for name in fit.__all__ if callable(getattr(fit, name))}
+
+
+class Hostile(Host1):
+    def test_anything_anywhere(self):
+        """Every name with every kind of value in every place: an error of the value, or a result."""
+        source = Source(3)
+        allowed = (TypeError, ValueError, OverflowError, LookupError)
+        good = {"section_budget": ["x"], "seed": ["p", 1, 2], "citable": [[]], "symbol_seeds": [[]],
+                "render_symbol": [{}], "_listed": [{}], "_listing": [[{}]], "_assemble_blocks": [["a"], 1],
+                "_blocks_within": [parts(), 1], "_assemble_grounding": [parts(), 1], "_json_size": [1],
+                "_cap_note": [["a"], True], "_code_cut": [1, 2, 3], "_most": [3, bool],
+                "_fit_prose": [parts(), lambda *_: 1, 2], "_fit_page_context": [over(), parts(), 1],
+                "FactBlock": ["t", [], "n", "k"], "GroundingParts": [[], [], set(), 0.5, Budget()],
+                "SectionBudget": [1, (), {}, 2]}  # fmt: skip
+        self.assertEqual(set(good), set(EVERY))
+        for name, arguments in good.items():
+            self.assertIsNotNone(EVERY[name](*arguments))
+            for place in range(len(arguments)):
+                for _ in range(60):
+                    given = list(arguments)
+                    given[place] = source.r.choice([source.wrong(), [source.wrong()], {"line": source.wrong()}])
+                    try:
+                        EVERY[name](*given)
+                    except allowed:
+                        pass
+            for given in ([], [None] * 9):
+                self.assertRaises(TypeError, EVERY[name], *given) if given or name != "SectionBudget" else None
+
+    def test_hosts_that_change_what_is_walked(self):
+        import fuzz
+
+        for seed in range(0, 600, 2):
+            with self.subTest(seed=seed):
+                fuzz.one_case(seed, 0.5)
+
+    def test_depth_and_cycles(self):
+        deep, bush = [], {}
+        for _ in range(200_000):
+            deep, bush = [deep], {"a": bush}
+        ring, wheel = [], {}
+        ring.append(ring)
+        wheel["w"] = (wheel,)
+        before = sys.getrecursionlimit()
+        try:
+            for limit in (before, 1_000_000):
+                sys.setrecursionlimit(limit)
+                for value in (deep, bush, ring, wheel):
+                    self.assertRaises(RecursionError, fit._json_size, value)
+                    self.assertRaises(RecursionError, fit._fit_page_context, {"v": value}, parts(), 1)
+        finally:
+            sys.setrecursionlimit(before)
+            while deep:
+                deep = deep.pop()
+            while bush:
+                bush = bush.pop("a")
+
+    def test_derived_types_read_as_plain(self):
+        plain = {"fqn": "f", "file": "./x", "line": 3, "end_line": 9.5, "fan_in": 2, "callees": ["a"], "signature": " s "}
+        odd = Mapping({key: {str: Text, int: Integer, float: Real, list: Array}[type(value)](value)
+                       for key, value in plain.items()})  # fmt: skip
+        HOST.set(norm=lambda path: str.replace(path, "./", ""), estimate=lambda text: 7)
+        for name in ("render_symbol", "_listed", "_json_size"):
+            self.assertEqual(EVERY[name](odd), EVERY[name](plain), name)
+        self.assertEqual(fit.symbol_seeds(Array([odd])), fit.symbol_seeds([plain]))
+        page = lambda record: Parts([Block(Text("## Files"), Array([odd]))], Array([(Text("t"), record)]), set())  # noqa: E731
+        answer = Mapping(over(symbols=Array([odd])))
+        self.assertEqual(fit._fit_page_context(answer, page(odd), Integer(9)), fit._fit_page_context(over(), page(plain), 9))
+        self.assertEqual(fit._most(Integer(5), bool), 5)
+
+    def test_strings_of_the_old_interface(self):
+        try:
+            from _testcapi import unicode_legacy_string as legacy
+        except ImportError:
+            self.skipTest("this interpreter makes none")
+        for text in ("a\"\n", "é—", "😀\x01"):
+            self.assertEqual(fit._json_size(legacy(text)), fit._json_size(text))
+            self.assertEqual(fit.render_symbol({legacy("fqn"): legacy(text)}), fit.render_symbol({"fqn": text}))
+            self.assertEqual(Block(legacy("# " + text)).label(), Block("# " + text).label())
+
+    def test_side_by_side(self):
+        pages = [(Source(seed).answer(), Source(seed).parts(), 900) for seed in range(60)]
+        call = lambda page: differential.outcome(fit._fit_page_context, *page)[0]  # noqa: E731
+        alone = [call(page) for page in pages]
+        found = []
+        work = lambda: found.extend(differential.same(call(p), a) for _ in range(5) for p, a in zip(pages, alone))  # noqa: E731
+        threads = [threading.Thread(target=work) for _ in range(6)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual((len(found), all(found)), (6 * 5 * 60, True))
+
+    def test_sub_interpreters(self):
+        try:
+            import _interpreters as interpreters
+        except ImportError:
+            try:
+                import _xxsubinterpreters as interpreters
+            except ImportError:
+                self.skipTest("no sub-interpreters")
+        if sys.version_info < (3, 12):
+            self.skipTest("no lock of their own")
+        script = (f"import sys; sys.path[:0] = {sys.path[:4] + [str(ROOT)]!r}\n"
+                  "import grounding_fit as g\nassert g._json_size({'a': 1}) == 8\n"
+                  "assert g.GroundingParts([], [], set()).budget is g._DEFAULT_BUDGET")  # fmt: skip
+        for _ in range(3):
+            made = interpreters.create()
+            try:
+                self.assertIsNone(interpreters.run_string(made, script))
+            finally:
+                interpreters.destroy(made)
+
+
+class Leaks(Host1):
+    def test_memory_stays_level(self):
+        """Blocks of memory and the references of what a call reads, over calls that work and fail."""
+        page = parts([Block("## Files", [fit.seed("f", 1)])] + [Block("x" * 3000, [fit.seed("g", 2)], key="digest")] * 9,
+                     [("c" * 2000, {"fqn": "F", "file": "./f", "line": 3})] * 40, budget=fit.section_budget("getting-started"))
+        bad = parts([Block("f", [{"line_start": "x"}])], [("t", {"file": "f", "line": "y"})])
+        answer, rest = over(prior_markdown="p" * 99), [b"junk", {1: 2}, object()]
+        calls = [
+            lambda: fit._fit_page_context(answer, page, 8000), lambda: fit._assemble_grounding(page, 8000),
+            lambda: fit._fit_page_context(over(prior_markdown=3), page, 8000), lambda: fit._assemble_grounding(bad, 8),
+            lambda: fit._fit_prose(page, lambda b, c: len(b) * 3000, 3), lambda: fit._fit_prose(page, lambda b, c: 1 / 0, 3),
+            lambda: fit._fit_page_context(over(), bad, 8), lambda: fit._fit_page_context(over(x=rest), page, 8),
+            lambda: fit._json_size(rest), lambda: page.seeds, lambda: bad.seeds, lambda: fit.seed("a", 1, wrong=1),
+            lambda: pickle.loads(pickle.dumps(page.budget)), lambda: repr(page), lambda: page == copy.deepcopy(page),
+            lambda: Block(3), lambda: Parts([], [], set(), "x"), lambda: fit.render_symbol({"callees": [1]}),
+            lambda: fit._listing([page.blocks[0][1]] * 3), lambda: fit.citable(iter([{}, {"line_start": 1}])),
+            lambda: fit._most(9, lambda n: n < 4), lambda: fit._cap_note(["a"] * 9),
+        ]  # fmt: skip
+
+        def once():
+            for call in calls:
+                try:
+                    call()
+                except (TypeError, ValueError, ZeroDivisionError):
+                    pass
+            HOST.calls.clear()
+
+        watched = [page, page.prose, page.blocks, page.blocks[0][1], page.prose[0].seeds, answer, fit.FactBlock, None, "file"]
+        counts = []
+        for _ in range(4):
+            for _ in range(100):
+                once()
+            gc.collect()
+            counts.append((sys.getallocatedblocks(), [sys.getrefcount(one) for one in watched[:-2]]))
+        # The host's own free lists move a little; a leak would be a block in each of 200 rounds.
+        self.assertLess(counts[-1][0] - counts[1][0], 150)
+        self.assertEqual(counts[-1][1], counts[1][1])
+
+
+class Contract(Host1):
+    def test_every_name_is_told(self):
+        self.assertEqual(set(fit.__all__), {name for name in vars(fit) if not name.startswith("__")})
+        for name, one in EVERY.items():
+            with self.subTest(name):
+                signature = inspect.signature(one)
+                self.assertNotIn("args", signature.parameters)
+                self.assertGreater(len(inspect.getdoc(one).splitlines()), 2)
+                if name in vars(model):
+                    plain = inspect.signature(getattr(model, name))
+                    self.assertEqual(str(signature), str(plain).replace("ask=False", "ask=False"))
+        for name in [*(r[0].__match_args__ for r in RECORDS)][0]:
+            self.assertTrue(getattr(Block, name).__doc__)
+
+    def test_named_arguments(self):
+        self.assertEqual(fit._code_cut(total=4, kept=0, listed=0), fit._code_cut(0, 0, 4))
+        self.assertEqual(fit._fit_page_context(budget=1, result={}, parts=parts()), {})
+
+    def test_readme(self):
+        """The examples run as they stand, and the table names every public name."""
+        readme = (ROOT / "README.md").read_text(encoding="utf-8")
+        table = readme.partition("## Names")[2].partition("\n## ")[0]
+        named = {name for row in table.splitlines() if row.startswith("|")
+                 for name in re.findall(r"`(\w+)", row.split("|")[1])}  # fmt: skip
+        self.assertEqual(named, set(fit.__all__))
+        examples = re.findall(r"```python\n(.*?)```", readme, re.DOTALL)
+        self.assertGreater(len(examples), 0)
+        for example in examples:
+            path = os.pathsep.join([str(Path(find()).parent), str(ROOT)])
+            done = subprocess.run([sys.executable, "-c", example], env={**os.environ, "PYTHONPATH": path},
+                                  capture_output=True, text=True, encoding="utf-8")  # fmt: skip
+            said = re.findall(r"#> (.*)", example)
+            self.assertEqual(done.stdout.splitlines(), said, done.stderr)
+
+
+class Example(unittest.TestCase):
+    def test_pages_of_a_real_repository(self):
+        """The report of the example adds up, for a page of each kind."""
+        path = os.pathsep.join([str(Path(find()).parent), str(ROOT)])
+        for options in (["--symbols", "3"], ["--budget", "300", "--page", "getting-started"], ["--page", "decisions"]):
+            command = [sys.executable, str(ROOT / "examples/fit_repository.py"), *options]
+            env = {**os.environ, "PYTHONPATH": path, "PYTHONIOENCODING": "utf-8"}
+            report = subprocess.run(command, env=env, capture_output=True, text=True, encoding="utf-8")
+            self.assertEqual(report.returncode, 0, report.stderr)
+            shown = subprocess.run([*command, "--show", "answer"], env=env, capture_output=True, text=True, encoding="utf-8")
+            size = fit._json_size(json.loads(shown.stdout))
+            self.assertIn(f"Agent path: {size:,} of 40,000", report.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

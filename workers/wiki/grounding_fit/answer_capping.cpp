@@ -202,7 +202,10 @@ chosen_facts choose_facts(const service& svc, handle parts, std::vector<sized_fa
       kept = measure.size_with(chosen.kept, i) + reserve <= k_answer_max_chars;
     }
     (kept ? chosen.kept : chosen.left_out).push_back(i);
-    if (!kept) continue;
+    if (!kept) {
+      fact.forget_seeds();
+      continue;
+    }
     measure.keep(i);
     if (taken != nullptr) *taken += cost;
   }
@@ -232,7 +235,7 @@ class answer {
       members_.push_back({owned::share(key), owned::share(value)});
     }
     host::within("result", [&] {
-      for (member& each : members_) measure(each);
+      for (std::size_t i = 0; i < members_.size(); ++i) measure(i, members_[i]);
     });
   }
 
@@ -281,8 +284,8 @@ class answer {
     part role = part::carried;
   };
 
-  void measure(member& each) {
-    const std::int64_t size = meter_.size_of_member(each.key, each.value);
+  void measure(std::size_t position, member& each) {
+    const std::int64_t size = meter_.size_of_member(position, each.key, each.value);
     const text_view key = host::view_of(each.key);
     all_.add(size);
     if (key == "grounding" || key == "symbols" || key == "citation_seeds") {

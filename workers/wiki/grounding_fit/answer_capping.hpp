@@ -84,6 +84,8 @@ class sized_fact {
   // The whole block: its text as one string, all its seeds as one array.
   std::int64_t cost();
   void add_citable(std::vector<host::owned>& seeds) const;
+  // Lets go of what only a block that is kept is asked for.
+  void forget_seeds() { std::vector<sized_seed>().swap(seeds_); }
 
  private:
   struct sized_seed {

@@ -106,6 +106,11 @@ void copy_units(void* to, unsigned width, text_view from) {
   }
 }
 
+bool integer_is_zero(handle value) {
+  int overflow = 0;
+  return PyLong_AsLongLongAndOverflow(value.get(), &overflow) == 0 && overflow == 0;
+}
+
 std::size_t decimal_length(std::int64_t value) {
   auto magnitude =
       value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
@@ -194,7 +199,7 @@ bool missing(handle value) {
   switch (kind_of(value)) {
     case kind::null: return true;
     case kind::boolean: return !truth_of(value);
-    case kind::integer: return integer::of(value).small() == 0;
+    case kind::integer: return integer_is_zero(value);
     case kind::real: return value_of_real(value) == 0.0;
     case kind::text: return view_of(value).empty();
     case kind::array: return size_of_array(value) == 0;
@@ -279,7 +284,11 @@ std::vector<owned> items_of_set(handle set) {
   return result;
 }
 
-std::size_t integer_length(handle value) { return integer::of(value).length(); }
+std::size_t integer_length(handle value) {
+  int overflow = 0;
+  const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
+  return overflow == 0 ? decimal_length(small) : integer::of(value).length();
+}
 
 std::size_t real_length(handle real) {
   const double value = value_of_real(real);
@@ -303,11 +312,15 @@ void raise_too_deep() {
 
 integer integer::of(handle value) {
   int overflow = 0;
-  const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
-  if (overflow == 0) return integer(small);
-  integer result(overflow);
+  integer result(PyLong_AsLongLongAndOverflow(value.get(), &overflow));
+  if (overflow == 0) {
+    if (PyLong_CheckExact(value.get())) result.object_ = owned::share(value);
+    return result;
+  }
+  result.small_ = overflow;
+  result.big_ = true;
   // An int of a derived type becomes a plain one; a plain one is shared.
-  result.big_ = owned::steal(PyLong_Type.tp_as_number->nb_int(value.get()));
+  result.object_ = owned::steal(PyLong_Type.tp_as_number->nb_int(value.get()));
   return result;
 }
 
@@ -333,17 +346,17 @@ bool integer::operator>(const integer& other) const {
   if (!big_ && !other.big_) return small_ > other.small_;
   if (!big_) return other.small_ < 0;
   if (!other.big_ || small_ != other.small_) return small_ > 0;
-  const int greater = PyObject_RichCompareBool(big_.get(), other.big_.get(), Py_GT);
+  const int greater = PyObject_RichCompareBool(object_.get(), other.object_.get(), Py_GT);
   if (greater < 0) throw raised{};
   return greater != 0;
 }
 
 std::size_t integer::length() const {
   if (!big_) return decimal_length(small_);
-  return view_of(owned::steal(PyLong_Type.tp_repr(big_.get()))).length();
+  return view_of(owned::steal(PyLong_Type.tp_repr(object_.get()))).length();
 }
 
-owned integer::object() const { return big_ ? share(big_) : new_integer(small_); }
+owned integer::object() const { return object_ ? share(object_) : new_integer(small_); }
 
 // ---- making values ------------------------------------------------------------------------------
 

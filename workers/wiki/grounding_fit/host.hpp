@@ -190,6 +190,7 @@ bool truth(handle value);                 // what the host takes for true; may r
 
 // The value as it is written into a text: a new or shared string. TypeError for what has no text.
 owned text_form(handle value);
+inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
 // The same text as a plain string: shared, or copied from a derived type.
 owned plain_text(owned text);
 // White space as the host's str.strip sees it.
@@ -216,6 +217,21 @@ class items {
 inline items expect_items(handle value) {
   if (kind_of(value) != kind::array) refuse(fault::type, "a list or tuple", value);
   return items(value);
+}
+// A borrowed look at a list or tuple as it is now; whoever makes one keeps it alive.
+class array {
+ public:
+  explicit array(handle value) : value_(value) {}
+  // Item i, or an empty handle when there are not as many (any more).
+  owned operator[](std::size_t i) const;
+
+ private:
+  handle value_;
+};
+
+inline array expect_array(handle value) {
+  if (kind_of(value) != kind::array) refuse(fault::type, "a list or tuple", value);
+  return array(value);
 }
 // The two items of a pair; TypeError for anything but a list or tuple of two.
 std::pair<owned, owned> expect_pair(handle value);
@@ -267,6 +283,7 @@ inline handle array_item(handle array, std::size_t i) noexcept {
   const auto at = static_cast<Py_ssize_t>(i);
   return PyList_Check(p) ? PyList_GET_ITEM(p, at) : PyTuple_GET_ITEM(p, at);
 }
+inline owned array::operator[](std::size_t i) const { return share(array_item(value_, i)); }
 std::vector<owned> items_of_set(handle set);
 
 // Length of a number in JSON. JSON and text form of a finite number are the same.
@@ -279,7 +296,8 @@ int deepest_nesting() noexcept;
 // Sets RecursionError.
 [[noreturn]] void raise_too_deep();
 
-// An integer of any size; small ones, nearly all, without an object of the host.
+// An integer of any size. One that fits 64 bits, as nearly all do, is reckoned with as such; the
+// host's own object, where there is one, is kept to be given back.
 class integer {
  public:
   integer(std::int64_t value = 0) : small_(value) {}
@@ -293,8 +311,9 @@ class integer {
   std::optional<std::int64_t> small() const { return big_ ? std::nullopt : std::optional(small_); }
 
  private:
-  std::int64_t small_ = 0;  // only the sign when `big_` is there
-  owned big_;
+  std::int64_t small_ = 0;  // only the sign of a big one
+  bool big_ = false;
+  owned object_;
 };
 
 // ---- making values ------------------------------------------------------------------------------

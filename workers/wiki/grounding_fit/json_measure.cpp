@@ -58,22 +58,25 @@ std::int64_t json_meter::size_of_object(owned object) {
   const level here(levels_left_);
   tally members;
   host::dict_cursor cursor(object);
-  for (handle key, value; cursor.next(key, value);) members.add(size_of_member(key, value));
+  std::size_t position = 0;
+  for (handle key, value; cursor.next(key, value);) {
+    members.add(size_of_member(position++, key, value));
+  }
   return members.bracketed();
 }
 
-std::int64_t json_meter::size_of_key(handle key) {
-  sized_key& last = keys_[(reinterpret_cast<std::uintptr_t>(key.get()) >> 4) % std::size(keys_)];
-  if (!last.key.is(key)) {
-    if (host::kind_of(key) != kind::text) host::refuse(host::fault::type, "string keys", key);
-    last.size = json_string_size(host::view_of(key));
-    last.key = owned::share(key);
-  }
-  return last.size;
+std::int64_t json_meter::size_of_key(std::size_t position, handle key) {
+  sized_key& last = keys_[position % std::size(keys_)];
+  if (last.key.is(key)) return last.size;
+  if (host::kind_of(key) != kind::text) host::refuse(host::fault::type, "string keys", key);
+  const std::int64_t size = json_string_size(host::view_of(key));
+  // Letting go of a text of a derived type could run host code, in the middle of a walk.
+  if (host::is_plain_text(key)) last = {owned::share(key), size};
+  return size;
 }
 
-std::int64_t json_meter::size_of_member(handle key, handle value) {
-  const std::int64_t size = size_of_key(key) + 2;
+std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle value) {
+  const std::int64_t size = size_of_key(position, key) + 2;
   const kind what = host::kind_of(value);
   if (what == kind::text) return size + json_string_size(host::view_of(value));
   if (what == kind::integer) return size + static_cast<std::int64_t>(host::integer_length(value));

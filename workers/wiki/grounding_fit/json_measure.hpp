@@ -22,15 +22,16 @@ class json_meter {
   // TypeError for what JSON has no form for, keys that are no strings among it; RecursionError for
   // containers nested too deep or in a cycle.
   std::int64_t size_of(host::handle value);
-  // The same for a value under a key, which leads an error's place.
-  std::int64_t size_of_member(host::handle key, host::handle value);
+  // A member of an object, the ": " between key and value included.
+  std::int64_t size_of_member(std::size_t position, host::handle key, host::handle value);
 
  private:
   std::int64_t size_of_array(host::owned array);
   std::int64_t size_of_object(host::owned object);
-  std::int64_t size_of_key(host::handle key);
+  std::int64_t size_of_key(std::size_t position, host::handle key);
 
-  // Objects of one kind share their keys, so the last few are remembered by address, kept alive.
+  // Objects of one kind have the same keys in the same order, so the last key of each position is
+  // remembered by address, and kept alive.
   struct sized_key {
     host::owned key;
     std::int64_t size;

@@ -49,6 +49,7 @@ void pieces::clear() {
   views_ = std::pmr::vector<text_view>(&pool_);
   held_ = std::pmr::vector<owned>(&pool_);
   pool_.release();
+  reserve();
 }
 
 std::int64_t pieces::json_size() const {

@@ -17,7 +17,7 @@ namespace grounding_fit {
 
 class pieces {
  public:
-  pieces() = default;
+  pieces() { reserve(); }
   pieces(const pieces&) = delete;
 
   // Literals, and texts that the caller keeps alive as long as the pieces.
@@ -43,8 +43,16 @@ class pieces {
   host::owned text() const { return host::new_text(views_); }
 
  private:
-  // A block or line seldom has more pieces than this holds.
-  std::array<std::byte, 2048> room_;
+  // What a block or a line seldom goes beyond, so that most are made without asking for memory.
+  static constexpr std::size_t k_views = 96;
+  static constexpr std::size_t k_held = 32;
+
+  void reserve() {
+    views_.reserve(k_views);
+    held_.reserve(k_held);
+  }
+
+  std::array<std::byte, k_views * sizeof(text_view) + k_held * sizeof(host::owned) + 512> room_;
   std::pmr::monotonic_buffer_resource pool_{room_.data(), room_.size()};
   std::pmr::vector<text_view> views_{&pool_};
   std::pmr::vector<host::owned> held_{&pool_};

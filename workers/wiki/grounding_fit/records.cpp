@@ -204,7 +204,8 @@ struct slots {
   }
 
   static PyObject* extra(PyObject* self, void*) noexcept {
-    return host::boundary(Shape.extra->name,
+    static const std::string name = std::string(Shape.name) + "." + Shape.extra->name;
+    return host::boundary(name.c_str(),
                           [&] { return Shape.extra->value(service_of(Py_TYPE(self)), self); });
   }
   static PyObject* extra_method(PyObject* self, PyObject*) noexcept { return extra(self, nullptr); }

@@ -122,10 +122,11 @@ class block {
     const owned value = read(svc_, symbol_, key);
     if (host::missing(value)) return;
     host::within(step_of(key), [&] {
-      const host::items entries = host::expect_items(value);
+      const host::array entries = host::expect_array(value);
       bool any = false;
-      for (std::size_t i = 0; i < entries.size(); ++i) {
-        host::within(i, [&] { any |= add(entries[i], any ? ", " : title); });
+      std::size_t i = 0;
+      for (owned entry = entries[i]; entry; entry = entries[++i]) {
+        host::within(i, [&] { any |= add(entry, any ? ", " : title); });
       }
     });
   }
