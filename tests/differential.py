@@ -3,7 +3,9 @@
 import argparse
 import collections
 import copy
+import gc
 import json
+import sys
 import time
 
 from harness import HOST, fit, model
@@ -122,11 +124,27 @@ def run(pages, first=0, need_all=True):
     return seen
 
 
+def count_references(pages):
+    """Run the same pages again and again on a debug interpreter: its count of all references,
+    which a call that keeps or gives away one too many would move, must stay level."""
+    totals = []
+    for _ in range(4):
+        run(pages, need_all=False)
+        HOST.calls.clear()
+        gc.collect()
+        totals.append(sys.gettotalrefcount())
+    print(f"references after each round of {pages} pages: {totals}")
+    assert abs(totals[-1] - totals[-2]) < pages // 10, totals
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--pages", type=int, default=500)
     parser.add_argument("--first", type=int, default=0)
+    parser.add_argument("--count-references", action="store_true")
     options = parser.parse_args()
+    if options.count_references:
+        sys.exit(count_references(options.pages))
     started = time.perf_counter()
     reached = run(options.pages, options.first, need_all=options.pages >= 500)
     print(f"{options.pages} pages alike in {time.perf_counter() - started:.1f} s: {dict(reached)}")

@@ -221,6 +221,7 @@ class host_measure : public candidate_measure {
 
   std::vector<owned> blocks(const std::vector<std::size_t>& facts) const {
     std::vector<owned> list;
+    list.reserve(facts.size() + 1);
     for (const std::size_t fact : facts) list.push_back(host::share(facts_[fact].block().record));
     return list;
   }
