@@ -7,7 +7,8 @@ import random
 
 from harness import HOST, fit
 
-ALPHABETS = ["abc XYZ/_.", "a\"\\\n\t\r\b\f\x00\x1f\x7f ", "é ÿ\xa0z", "— “x”\u2028\u3000", "😀a\U0010ffff", "\ud800b\udfff"]
+ALPHABETS = ["abc XYZ/_.", "a\"\\\n\t\r\b\f\x00\x1f\x7f ", "é ÿ\xa0z", "— “x”\u2028\u3000",
+             "😀a\U0010ffff", "\ud800b\udfff"]
 WORDS = ["## Files", "## Requésted", "# ", "## Title (3 files)", " (", "\n\n", "`", "x" * 77, "L1"]
 
 
@@ -58,9 +59,11 @@ class Source:
         """Return a value of any kind at all."""
         r = self.r
         return r.choice([
-            None, True, False, 0, 0.0, -0.0, "", [], {}, (), 1, -3, 12.9, "12", " -7\n", "+1_0", "x",
+            None, True, False, 0, 0.0, -0.0, "", [], {}, (), 1, -3, 12.9, "12", " -7\n", "+1_0",
+            "x",
             "１２", 10**30, -(10**30), "9" * 40, 1e300, float("nan"), float("inf"), -float("inf"),
-            b"", b"1", [1], {"a": 1}, (0,), set(), object(), "\ud800", 2**63, -(2**63), 1e16, 5e-324,
+            b"", b"1", [1], {"a": 1}, (0,), set(), object(), "\ud800", 2**63, -(2**63), 1e16,
+            5e-324,
         ])  # fmt: skip
 
     def maybe(self, value):
@@ -98,7 +101,10 @@ class Source:
         """Return a symbol record with some of its keys."""
         r = self.r
         texts = lambda: [self.maybe(self.text(8)) for _ in range(r.randrange(4))]  # noqa: E731
-        entry = lambda *keys: {k: self.maybe(self.text(6)) for k in keys if r.random() < 0.8}  # noqa: E731
+
+        def entry(*keys):
+            return {key: self.maybe(self.text(6)) for key in keys if r.random() < 0.8}
+
         made = {
             "fqn": self.text(), "kind": self.text(8), "file": f"./{r.choice('abcdef')}.py",
             "line": self.line(), "end_line": self.line(), "signature": self.text(100),
@@ -122,7 +128,8 @@ class Source:
             name = "name\n\x01" * r.randrange(10, 60)
         seeds = [self.seed() for _ in range(r.choice([0, 1, 3]))]
         key = r.choice(["", "readme", "digest", "document", "other"])
-        return fit.FactBlock("" if r.random() < 0.05 else text, r.choice([list, tuple])(seeds), name, key)
+        return fit.FactBlock("" if r.random() < 0.05 else text, r.choice([list, tuple])(seeds),
+                             name, key)
 
     def budget(self):
         r = self.r
@@ -153,7 +160,8 @@ class Source:
         floor = r.choice([0.35, 0] if self.full else [0.35, 0.35, 0, 1, 0.9, 1e300, -2.5])
         if r.random() < self.junk:
             floor = r.choice([float("nan"), float("inf"), 10**400])
-        return fit.GroundingParts(self.maybe_in(prose), self.maybe_in(blocks), files, floor, self.budget())
+        return fit.GroundingParts(self.maybe_in(prose), self.maybe_in(blocks), files, floor,
+                                  self.budget())
 
     def maybe_hashable(self, value):
         return self.r.choice([3, None, b"f"]) if self.r.random() < self.junk else value
@@ -182,18 +190,22 @@ class Source:
         return {name: fields[name] for name in names}
 
     def tokens(self):
-        return 2**62 if self.full else self.r.choice([0, 1, -10, 180, 900, 4000, 8000, 30000, 2**62])
+        return 2**62 if self.full else self.r.choice([0, 1, -10, 180, 900, 4000, 8000, 30000,
+                                                      2**62])
 
     def host(self):
         """Set a host that does something else for every text, and always the same for one."""
         r = self.r
         salt = r.random()
         fixed = lambda text: random.Random(f"{salt}{text!r}")  # noqa: E731
-        counts = [len, lambda text: len(text) // 4, lambda text: 1, lambda text: fixed(text).randrange(-5, 900)]
+        counts = [len, lambda text: len(text) // 4, lambda text: 1,
+                  lambda text: fixed(text).randrange(-5, 900)]
         norms = [str.upper, lambda path: path[2:], lambda path: "", lambda path: path + "—é😀"]
-        cuts = [lambda text, budget: text[:budget], lambda text, budget: "", lambda text, budget: text + "…"]
+        cuts = [lambda text, budget: text[:budget], lambda text, budget: "", lambda text,
+                budget: text + "…"]
         if self.junk:
-            odd = lambda usual: lambda *args: self.odd_result(fixed(args), usual, args)  # noqa: E731
+            odd = lambda usual: lambda *args: self.odd_result(fixed(args), usual,
+                args)  # noqa: E731
             counts, norms, cuts = [[odd(one) for one in kind] for kind in (counts, norms, cuts)]
         HOST.set(r.choice(counts), r.choice(cuts), r.choice(norms))
 
@@ -244,7 +256,8 @@ class Saboteur:
         HOST.set(*(self.sabotaged(usual) for usual in (len, lambda t, n: t[:n], lambda path: path)))
 
     def records(self):
-        pairs = [pair for pair in self.parts.blocks if isinstance(pair, (list, tuple)) and len(pair) > 1]
+        pairs = [pair for pair in self.parts.blocks if isinstance(pair,
+            (list, tuple)) and len(pair) > 1]
         found = [pair[1] for pair in pairs]
         for block in self.parts.prose:
             found += block.seeds if isinstance(block, fit.FactBlock) else []
@@ -278,7 +291,8 @@ class Saboteur:
         def utility(*args):
             if self.r.random() < 0.2:
                 self.act()
-            return usual(*args) if self.r.random() < 0.98 else self.source.odd_result(self.r, usual, args)
+            return usual(*args) if self.r.random() < 0.98 else self.source.odd_result(self.r, usual,
+                args)
 
         return utility
 
@@ -300,10 +314,12 @@ class Saboteur:
             for function, *args in [
                 (fit._fit_page_context, self.answer, self.parts, self.source.tokens()),
                 (fit._assemble_grounding, self.parts, self.source.tokens()),
-                (fit._fit_prose, self.parts, act, 7), (fit._most, 40, act), (getattr, self.parts, "seeds"),
+                (fit._fit_prose, self.parts, act, 7), (fit._most, 40, act),
+                (getattr, self.parts, "seeds"),
                 (fit.citable, (self.act() or one for one in self.records())),
                 (fit.symbol_seeds, self.records()), (fit._listing, self.records()),
-                *((fit.render_symbol, one) for one in self.records()[:4]), (fit._json_size, self.answer),
+                *((fit.render_symbol, one) for one in self.records()[:4]),
+                (fit._json_size, self.answer),
             ]:  # fmt: skip
                 self.attempt(function, *args)
         finally:

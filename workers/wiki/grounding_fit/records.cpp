@@ -253,10 +253,11 @@ template <const layout& Shape>
 void add_type(service& svc, handle module) {
   using own = slots<Shape>;
   // The host keeps both tables by address, and copies the members.
-  static PyMethodDef methods[] = {{"__reduce__", own::reduce, METH_NOARGS,
-                                   "Return the constructor call that makes an equal record."},
-                                  {nullptr, nullptr, 0, nullptr},
-                                  {nullptr, nullptr, 0, nullptr}};
+  static PyMethodDef methods[] = {
+      {"__reduce__", own::reduce, METH_NOARGS,
+       "__reduce__($self, /)\n--\n\nReturn the constructor call that makes an equal record."},
+      {nullptr, nullptr, 0, nullptr},
+      {nullptr, nullptr, 0, nullptr}};
   static PyGetSetDef attributes[] = {{nullptr, nullptr, nullptr, nullptr, nullptr},
                                      {nullptr, nullptr, nullptr, nullptr, nullptr}};
   static const bool filled = [] {
