@@ -79,6 +79,7 @@ class Cases(Host1):
             (fit._code_cut(-(2**63), 2**63 - 1, 2**63 - 1)[0][:33],
              "the bodies of 18446744073709551615"[:33]),
             (Block("#  # Tests").label(), "the 'Tests' block"),
+            (Block("# Plain\n😀").label(), "the 'Plain' block"),  # narrower than its text
             (Block("Dependencies(x) (y)").label(), "the 'Dependencies(x)' block"),
             (Block("## Title\r\nmore").label(), "the 'Title\r' block"),
             (Block("\n## a").label(), "the '' block"),
