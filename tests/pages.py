@@ -18,7 +18,7 @@ class Text(str):
     def wrong(self, *_):
         raise AssertionError("a method of a derived type was run")
 
-    __str__ = __len__ = __iter__ = __getitem__ = strip = startswith = __int__ = wrong
+    __repr__ = __str__ = __len__ = __iter__ = __getitem__ = strip = startswith = __int__ = wrong
 
 
 class Integer(int):
@@ -62,7 +62,8 @@ class Source:
             None, True, False, 0, 0.0, -0.0, "", [], {}, (), 1, -3, 12.9, "12", " -7\n", "+1_0",
             "x",
             "１２", 10**30, -(10**30), "9" * 40, 1e300, float("nan"), float("inf"), -float("inf"),
-            b"", b"1", [1], {"a": 1}, (0,), set(), object(), "\ud800", 2**63, -(2**63), 1e16,
+            b"", b"1", [1], {"a": 1}, (0,), set(), object(),
+            10**5000, "\ud800", 2**63, -(2**63), 1e16,
             5e-324,
         ])  # fmt: skip
 

@@ -49,6 +49,7 @@ class Cases(Host1):
         head = lambda text: fit.render_symbol(text)  # noqa: E731
         cases = [
             (fit.seed("a.py", 10, 4), {"path": "a.py", "line_start": 10, "line_end": 10}),
+            (fit.seed("a.py", -5)["line_end"], 0),
             (list(fit.seed("a.py", 0, 5).items()),
              [("path", "a.py"), ("line_start", 0), ("line_end", 5)]),
             (fit.citable({"line_start": n} for n in (True, 1.7, 0.9, "12", None, "", -1)),
@@ -335,7 +336,8 @@ class Loading(unittest.TestCase):
 
     def test_other_import_errors_pass_through(self):
         for body, error in [("import not_there_at_all", "not_there_at_all"),
-                            ("raise LookupError('x')", "LookupError: x")]:
+                            ("raise LookupError('x')", "LookupError: x"),
+                            ("import grounding_fit as g; g.render_symbol({})", "is not loaded")]:
             script = f"""
                 import sys, types, importlib.abc, importlib.util
                 class Finder(importlib.abc.MetaPathFinder, importlib.abc.Loader):
@@ -405,6 +407,8 @@ class Errors(Host1):
             (lambda: fit._cap_note(["a", 1]), TypeError, "left_out[1]: expected a string, got 1"),
             (lambda: fit._cap_note("text"), TypeError,
              "left_out: expected a list or tuple, got 'text'"),
+            (lambda: fit._most(1, None), TypeError, "_most(): fits: expected a callable, got None"),
+            (lambda: fit.citable(5), TypeError, "citable(): seeds: expected an iterable, got 5"),
             (lambda: fit.seed("a", 1.0), TypeError, "seed(): start: expected an integer, got 1.0"),
             (lambda: fit.seed("a"), TypeError, "seed(): start: missing argument"),
             (lambda: fit.seed("a", 1, path=2), TypeError, "seed(): path: given twice"),

@@ -1,5 +1,8 @@
 #include "answer_capping.hpp"
 
+#include <cmath>
+#include <map>
+
 #include "symbol_rendering.hpp"
 #include "token_fitting.hpp"
 
@@ -284,6 +287,7 @@ class answer {
     part role = part::carried;
   };
 
+  // Members are told by the text of their key. Where keys of odd types share one, the first is it.
   void measure(std::size_t position, member& each) {
     const std::int64_t size = meter_.size_of_member(position, each.key, each.value);
     const text_view key = host::view_of(each.key);
@@ -292,16 +296,16 @@ class answer {
       each.role = part::fitted;
       return fitted_.add(size);
     }
-    if (key == "truncated") {
+    if (key == "truncated" && !std::exchange(noted_, true)) {
       each.role = part::note;
       return;
     }
     carried_.add(size);
-    if (key == "prior_markdown") {
+    if (key == "prior_markdown" && !prior_) {
       each.role = part::prior;
       prior_ = each.value;
       prior_size_ = size - member_size(key, 0);
-    } else if (key == "page_id") {
+    } else if (key == "page_id" && !page_id_) {
       page_id_ = each.value;
     }
   }
@@ -311,6 +315,7 @@ class answer {
   std::vector<member> members_;
   tally all_, carried_, fitted_;
   handle prior_, page_id_;
+  bool noted_ = false;
   std::int64_t prior_size_ = 0;
 };
 

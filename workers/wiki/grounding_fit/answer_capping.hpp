@@ -6,9 +6,6 @@
 // sum.
 #pragma once
 
-#include <cmath>
-#include <map>
-
 #include "grounding_model.hpp"
 #include "json_measure.hpp"
 

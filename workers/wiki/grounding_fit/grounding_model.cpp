@@ -164,10 +164,6 @@ owned find_budget(const service& svc, handle type_id) {
 }
 
 void keep_budgets(service& svc) {
-  const auto text = [](const char* ascii) {
-    const text_view view = ascii;
-    return host::new_text({&view, 1});
-  };
   const auto tuple_of = [](owned only) {
     std::vector<owned> values;
     values.push_back(std::move(only));
@@ -182,15 +178,16 @@ void keep_budgets(service& svc) {
     fields.push_back(host::new_integer(document_chars));
     return records::make(svc, records::section_budget::shape, std::move(fields));
   };
-  svc.keep(known::default_budget, budget(4000, host::new_tuple({}), host::new_dict(), 0));
+  svc.keep(known::default_budget, budget(k_readme_chars, host::new_tuple({}), host::new_dict(), 0));
 
   owned table = host::new_dict();
   owned digest_share = host::new_dict();
-  host::set_item(digest_share, text(k_digest), host::new_real(0.25));
-  host::set_item(table, text("getting-started"),
-                 budget(28000, tuple_of(text(k_readme)), std::move(digest_share), 0));
-  host::set_item(table, text("decisions"),
-                 budget(4000, tuple_of(text(k_document)), host::new_dict(), 24000));
+  host::set_item(digest_share, host::new_text(k_digest), host::new_real(0.25));
+  host::set_item(table, host::new_text("getting-started"),
+                 budget(28000, tuple_of(host::new_text(k_readme)), std::move(digest_share), 0));
+  host::set_item(
+      table, host::new_text("decisions"),
+      budget(k_readme_chars, tuple_of(host::new_text(k_document)), host::new_dict(), 24000));
   svc.keep(known::budgets, std::move(table));
 }
 
@@ -236,7 +233,7 @@ constexpr field k_section_budget_fields[] = {
      "Code points of the page's own documents it reads, shared among them (int)."}};
 
 constexpr computed k_label = {
-    "label", false,
+    "label", "FactBlock.label", false,
     "label($self, /)\n--\n\n"
     "Return how a note names the block when it is left out: its name, else its heading.\n\n"
     "Without a name it is \"the 'HEADING' block\": the text's first line without leading '#' and\n"
@@ -244,7 +241,7 @@ constexpr computed k_label = {
     [](const service&, handle record) { return grounding_fit::fact_block{record}.label(); }};
 
 constexpr computed k_seeds = {
-    "seeds", true,
+    "seeds", "GroundingParts.seeds", true,
     "The citable seeds of every fact block, in order: a new list at every reading.\n\n"
     "Raises ValueError when a seed's line_start cannot be read as an integer.",
     [](const service& svc, handle record) {

@@ -12,6 +12,8 @@ constexpr const char* k_readme = "readme";      // the README
 constexpr const char* k_digest = "digest";      // a digest of another page
 constexpr const char* k_document = "document";  // one of the page's own documents
 
+constexpr std::int64_t k_readme_chars = 4000;  // of the README, where a policy says nothing else
+
 // ---- line numbers and seeds ---------------------------------------------------------------------
 
 // The line number under `key`: 0 when it counts as missing, ValueError when it cannot be read.
@@ -49,6 +51,21 @@ struct symbol_lines {
   }
 };
 symbol_lines read_symbol_lines(const host::service& svc, host::handle record, path_names& norm);
+
+// The citable seeds of so many symbol records, in order. `within(i, body)` wraps the reading of
+// record i, so that an error can say which it was.
+template <class Record, class Within>
+std::vector<host::owned> symbol_seeds(const host::service& svc, std::size_t count, Record&& record,
+                                      Within&& within) {
+  path_names norm(svc, path_names::asking::every_time);
+  std::vector<host::owned> seeds;
+  for (std::size_t i = 0; i < count; ++i) {
+    symbol_lines lines;
+    within(i, [&] { lines = read_symbol_lines(svc, record(i), norm); });
+    if (lines.citable()) seeds.push_back(lines.seed(svc));
+  }
+  return seeds;
+}
 
 // ---- what a grounding holds ---------------------------------------------------------------------
 

@@ -1,6 +1,5 @@
 #include "host.hpp"
 
-#include <array>
 #include <cmath>
 #include <new>
 #include <stdexcept>
@@ -56,6 +55,7 @@ PyObject* error_type(fault kind) {
   switch (kind) {
     case fault::type: return PyExc_TypeError;
     case fault::value: return PyExc_ValueError;
+    case fault::recursion: return PyExc_RecursionError;
     default: return PyExc_OverflowError;
   }
 }
@@ -127,6 +127,7 @@ std::size_t decimal_length(std::int64_t value) {
 // ---- failures -----------------------------------------------------------------------------------
 
 void bad_value::prepend(step here) {
+  if (kind == fault::recursion) return;  // its place would be as long as it is deep
   std::u32string text;
   switch (here.form) {
     case step::form::name: append(text, here.text); break;
@@ -141,6 +142,7 @@ void bad_value::prepend(step here) {
 }
 
 void bad_value::prepend_key(text_view key) {
+  if (kind == fault::recursion) return;
   std::u32string text;
   append(text, "[");
   append_quoted(text, key);
@@ -228,6 +230,16 @@ double expect_number(handle value) {
   return integer::of(value) > 0 ? HUGE_VAL : -HUGE_VAL;
 }
 
+void expect_callable(handle value) {
+  if (!PyCallable_Check(value.get())) refuse(fault::type, "a callable", value);
+}
+
+void expect_iterable(handle value) {
+  if (Py_TYPE(value.get())->tp_iter == nullptr && !PySequence_Check(value.get())) {
+    refuse(fault::type, "an iterable", value);
+  }
+}
+
 bool truth(handle value) {
   const int result = PyObject_IsTrue(value.get());
   if (result < 0) throw raised{};
@@ -237,7 +249,11 @@ bool truth(handle value) {
 owned text_form(handle value) {
   switch (kind_of(value)) {
     case kind::text: return share(value);
-    case kind::integer: return owned::steal(PyLong_Type.tp_repr(value.get()));
+    case kind::integer: {
+      // A plain one first: newer hosts work out the digits of a huge integer by its own methods.
+      const owned plain = integer::of(value).object();
+      return owned::steal(PyLong_Type.tp_repr(plain.get()));
+    }
     case kind::real: return owned::steal(PyFloat_Type.tp_repr(value.get()));
     case kind::boolean: return owned::steal(PyBool_Type.tp_repr(value.get()));
     case kind::null: return owned::steal(PyUnicode_FromString("None"));
@@ -303,11 +319,6 @@ std::size_t real_length(handle real) {
 
 int deepest_nesting() noexcept { return std::min(Py_GetRecursionLimit(), k_deepest); }
 
-void raise_too_deep() {
-  PyErr_SetString(PyExc_RecursionError, "containers nested too deep to measure as JSON");
-  throw raised{};
-}
-
 // ---- integers -----------------------------------------------------------------------------------
 
 integer integer::of(handle value) {
@@ -330,7 +341,8 @@ integer integer::of(double finite) {
 }
 
 integer integer::of_text(handle text) {
-  PyObject* value = PyLong_FromUnicodeObject(text.get(), 10);
+  const owned plain = plain_text(share(text));  // the host's error would show it by its own repr
+  PyObject* value = PyLong_FromUnicodeObject(plain.get(), 10);
   if (value != nullptr) return of(owned::steal(value));
   if (!PyErr_ExceptionMatches(PyExc_ValueError)) throw raised{};
   owned cause = take_error();
@@ -354,6 +366,10 @@ bool integer::operator>(const integer& other) const {
 std::size_t integer::length() const {
   if (!big_) return decimal_length(small_);
   return view_of(owned::steal(PyLong_Type.tp_repr(object_.get()))).length();
+}
+
+void integer::expect_writable() const {
+  if (big_) length();
 }
 
 owned integer::object() const { return object_ ? share(object_) : new_integer(small_); }
@@ -426,6 +442,14 @@ void text_set::add(handle text) {
 std::int64_t estimate_tokens(const service& svc, handle text) {
   const owned tokens = call(svc[known::estimate_tokens], text);
   return within("result of estimate_tokens", [&] { return expect_int64(tokens); });
+}
+
+const service& loaded(const void* state) {
+  const auto* svc = static_cast<const service*>(state);
+  if (svc != nullptr && svc->ready) return *svc;
+  PyErr_SetString(PyExc_ImportError,
+                  "grounding_fit is not loaded: its import is going on or failed");
+  throw raised{};
 }
 
 void add_to_module(handle module, const char* name, handle value) {

@@ -6,7 +6,7 @@
 // host code, save what a dict itself runs to find a key that is no plain string.
 //
 // Failure is a C++ exception: `raised` when the host's error is already set, `bad_value` for a
-// value that the rules refuse. boundary() is the one place that turns either into the host's error.
+// value that the rules refuse. guarded() is the one place that turns either into the host's error.
 #pragma once
 
 #define PY_SSIZE_T_CLEAN
@@ -70,7 +70,7 @@ inline owned share(handle h) noexcept { return owned::share(h); }
 
 // ---- failures -----------------------------------------------------------------------------------
 
-enum class fault { type, value, overflow };
+enum class fault { type, value, overflow, recursion };
 
 // One step of the way from an argument to a value inside it: a name, an index, or a key.
 struct step {
@@ -186,7 +186,9 @@ inline text_view expect_text(handle value) {
 std::int64_t expect_int64(handle value);  // OverflowError beyond 64 bits
 double expect_number(handle value);       // an integer beyond a double's range reads as infinite
 void expect_integer(handle value);        // of any size
-bool truth(handle value);                 // what the host takes for true; may run host code
+void expect_callable(handle value);
+void expect_iterable(handle value);
+bool truth(handle value);  // what the host takes for true; may run host code
 
 // The value as it is written into a text: a new or shared string. TypeError for what has no text.
 owned text_form(handle value);
@@ -293,8 +295,6 @@ std::size_t real_length(handle real);
 // How many levels of containers a walk may go into: the host's recursion limit or the module's own,
 // which keeps the C stack whole whatever the host has set.
 int deepest_nesting() noexcept;
-// Sets RecursionError.
-[[noreturn]] void raise_too_deep();
 
 // An integer of any size. One that fits 64 bits, as nearly all do, is reckoned with as such; the
 // host's own object, where there is one, is kept to be given back.
@@ -308,6 +308,7 @@ class integer {
   bool operator>(const integer& other) const;
   std::size_t length() const;  // of its decimal digits and sign
   owned object() const;
+  void expect_writable() const;  // ValueError beyond the host's digit limit
   std::optional<std::int64_t> small() const { return big_ ? std::nullopt : std::optional(small_); }
 
  private:
@@ -319,6 +320,7 @@ class integer {
 // ---- making values ------------------------------------------------------------------------------
 
 owned new_text(std::span<const text_view> pieces);  // joined at their common width
+inline owned new_text(text_view text) { return new_text({&text, 1}); }
 owned empty_text();
 owned new_list(std::vector<owned> values);
 owned new_integer(std::int64_t value);
@@ -448,6 +450,7 @@ static_assert(std::size(k_key_names) == k_keys);
 // The module's state: references that its collector slots go through in one loop.
 struct service {
   PyObject* refs[static_cast<std::size_t>(known::count)];
+  bool ready;  // nothing may be called before all of them are there, nor once they are let go
 
   handle operator[](known which) const { return refs[static_cast<std::size_t>(which)]; }
   void keep(known which, owned value) {
@@ -455,6 +458,10 @@ struct service {
         owned::steal_or_null(std::exchange(refs[static_cast<std::size_t>(which)], value.release()));
   }
 };
+
+// The state at that address; ImportError when the module is not loaded (yet), as when a module of
+// the host that it imports calls it.
+const service& loaded(const void* state);
 
 void add_to_module(handle module, const char* name, handle value);
 

@@ -16,7 +16,9 @@ namespace {
 class level {
  public:
   explicit level(int& left) : left_(left) {
-    if (left <= 0) host::raise_too_deep();
+    if (left <= 0) {
+      host::refuse(host::fault::recursion, "containers nested too deep to measure as JSON");
+    }
     --left_;
   }
   ~level() { ++left_; }

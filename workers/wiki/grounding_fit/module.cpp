@@ -17,8 +17,6 @@ using host::owned;
 using host::service;
 using host::within;
 
-constexpr char k_version[] = "1.0.0";
-
 constexpr char k_module_doc[] =
     "Fit the grounding of a wiki page to what its writer can be given.\n\n"
     "A page's grounding is its fact blocks, each with citation seeds, and its rendered code "
@@ -92,10 +90,10 @@ owned section_budget(const service& svc, const arguments& given) {
 owned seed(const service& svc, const arguments& given) {
   within("path", [&] { host::expect_text(given[0]); });
   within("start", [&] { host::expect_integer(given[1]); });
-  if (!given[2]) return make_seed(svc, given[0], given[1], given[1]);
-  within("end", [&] { host::expect_integer(given[2]); });
-  const bool later = host::integer::of(given[2]) > host::integer::of(given[1]);
-  return make_seed(svc, given[0], given[1], later ? given[2] : given[1]);
+  const owned end = given[2] ? host::share(given[2]) : host::new_integer(0);
+  within("end", [&] { host::expect_integer(end); });
+  const bool later = host::integer::of(end) > host::integer::of(given[1]);
+  return make_seed(svc, given[0], given[1], later ? handle(end) : given[1]);
 }
 
 // Any iterable, gone through once.
@@ -110,6 +108,7 @@ owned citable(const service& svc, const arguments& given) {
     const host::items items(given[0]);
     for (std::size_t i = 0; i < items.size(); ++i) add(i, items[i]);
   } else {
+    within("seeds", [&] { host::expect_iterable(given[0]); });
     host::iteration items(given[0]);
     std::size_t i = 0;
     for (owned seed = items.next(); seed; seed = items.next()) add(i++, seed);
@@ -117,17 +116,11 @@ owned citable(const service& svc, const arguments& given) {
   return host::new_list(std::move(seeds));
 }
 
-owned symbol_seeds(const service& svc, const arguments& given) {
+owned seeds_of_symbols(const service& svc, const arguments& given) {
   const host::items symbols = within("symbols", [&] { return host::expect_items(given[0]); });
-  path_names norm(svc, path_names::asking::every_time);
-  std::vector<owned> seeds;
-  for (std::size_t i = 0; i < symbols.size(); ++i) {
-    const symbol_lines lines = within("symbols", [&] {
-      return within(i, [&] { return read_symbol_lines(svc, symbols[i], norm); });
-    });
-    if (lines.citable()) seeds.push_back(lines.seed(svc));
-  }
-  return host::new_list(std::move(seeds));
+  return host::new_list(symbol_seeds(
+      svc, symbols.size(), [&](std::size_t i) { return symbols[i]; },
+      [&](std::size_t i, auto&& body) { within("symbols", [&] { within(i, body); }); }));
 }
 
 owned render_one(const service& svc, const arguments& given) {
@@ -181,9 +174,9 @@ owned json_size_of(const service&, const arguments& given) {
 }
 
 owned cap_note_of(const service&, const arguments& given) {
-  const bool ask = given[1] && host::truth(given[1]);
   const texts items("left_out", given[0]);
   for (std::size_t i = 0; i < items.size(); ++i) static_cast<void>(items[i]);
+  const bool ask = given[1] && host::truth(given[1]);
   return cap_note(
       items.size(), [&](std::size_t i) { return host::view_of(items[i]); }, ask);
 }
@@ -199,6 +192,7 @@ owned code_cut_of(const service&, const arguments& given) {
 owned most_of(const service&, const arguments& given) {
   const std::int64_t high = int64_of("high", given[0]);
   return host::new_integer(most(high, [&](std::int64_t count) {
+    within("fits", [&] { host::expect_callable(given[1]); });
     return host::truth(host::call(given[1], host::new_integer(count)));
   }));
 }
@@ -239,6 +233,7 @@ class host_measure : public candidate_measure {
 
 owned fit_prose(const service& svc, const arguments& given) {
   const handle parts = expect_parts(svc, given[0]);
+  within("size", [&] { host::expect_callable(given[1]); });
   int64_of("total", given[2]);
   const fact_blocks prose(svc, parts);
   json_meter meter;
@@ -288,7 +283,7 @@ constexpr function k_functions[] = {
     {"symbol_seeds",
      {"symbols"},
      1,
-     symbol_seeds,
+     seeds_of_symbols,
      "symbol_seeds($module, /, symbols)\n--\n\n"
      "Return a citation seed over each symbol's lines, for the symbols that have a file and a "
      "line.\n\n"
@@ -411,14 +406,15 @@ PyObject* entry(PyObject* module, PyObject* const* args, Py_ssize_t count,
                 PyObject* keywords) noexcept {
   static constexpr const function& called = k_functions[Index];
   return host::boundary(called.name, [&] {
+    const service& svc = host::loaded(PyModule_GetState(module));
     const arguments given({called.parameters.data(), called.parameter_count()}, called.required,
                           args, static_cast<std::size_t>(count), keywords);
-    return called.body(*static_cast<const service*>(PyModule_GetState(module)), given);
+    return called.body(svc, given);
   });
 }
 
 template <std::size_t... Index>
-constexpr auto method_table(std::index_sequence<Index...>) {
+auto method_table(std::index_sequence<Index...>) {
   return std::array<PyMethodDef, sizeof...(Index) + 1>{
       {{k_functions[Index].name,
         reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(entry<Index>)),
@@ -444,6 +440,15 @@ constexpr utility k_utilities[] = {
 constexpr const char* k_host_modules[] = {"workers.context_builder", "workers.wiki.repo_facts",
                                           "workers.wiki_types"};
 
+// Is it the dotted name itself, or that of a package above it?
+bool names_part_of(handle value, std::string_view dotted) {
+  if (host::kind_of(value) != host::kind::text) return false;
+  const text_view whole = dotted;
+  const text_view part = host::view_of(value);
+  if (!whole.starts_with(part)) return false;
+  return part.length() == whole.length() || whole[part.length()] == '.';
+}
+
 // A module of the host, or an empty handle when it does not exist. Any other failure to import it,
 // the absence of a module that it imports itself among them, is the host's to see.
 owned import_if_there(const char* name) {
@@ -453,22 +458,12 @@ owned import_if_there(const char* name) {
   PyObject *type, *value, *traceback;
   PyErr_Fetch(&type, &value, &traceback);
   PyErr_NormalizeException(&type, &value, &traceback);
+  owned held[] = {owned::steal_or_null(type), owned::steal_or_null(value),
+                  owned::steal_or_null(traceback)};
   const owned missing = owned::steal_or_null(PyObject_GetAttrString(value, "name"));
   PyErr_Clear();
-  const std::string_view wanted = name;
-  for (std::size_t end = 0; missing && end != wanted.npos;) {
-    end = wanted.find('.', end + 1);
-    const std::string part(wanted.substr(0, end));
-    if (!PyUnicode_Check(missing.get()) ||
-        PyUnicode_CompareWithASCIIString(missing.get(), part.c_str()) != 0) {
-      continue;
-    }
-    Py_XDECREF(type);
-    Py_XDECREF(value);
-    Py_XDECREF(traceback);
-    return {};
-  }
-  PyErr_Restore(type, value, traceback);
+  if (missing && names_part_of(missing, name)) return {};
+  PyErr_Restore(held[0].release(), held[1].release(), held[2].release());
   throw host::raised{};
 }
 
@@ -489,7 +484,7 @@ void take_utility(service& svc, const utility& wanted, handle module, const char
     within(".", [&] {
       within(wanted.attribute, [&] {
         if (wanted.callable) {
-          if (!PyCallable_Check(value.get())) host::refuse(fault::type, "a callable", value);
+          host::expect_callable(value);
         } else if (host::expect_text(value).empty()) {
           host::refuse(fault::value, "a heading that is not empty", value);
         }
@@ -527,14 +522,9 @@ void take_utilities(service& svc) {
 
 // ---- the module ---------------------------------------------------------------------------------
 
-owned text_of(std::string_view ascii) {
-  const text_view view = ascii;
-  return host::new_text({&view, 1});
-}
-
 owned tuple_of_texts(std::initializer_list<const char*> names) {
   std::vector<owned> values;
-  for (const char* name : names) values.push_back(text_of(name));
+  for (const char* name : names) values.push_back(host::new_text(name));
   return host::new_tuple(std::move(values));
 }
 
@@ -545,39 +535,43 @@ void keep_keys(service& svc) {
   }
 }
 
-void add_constants(const service& svc, handle module) {
+using names = std::vector<const char*>;
+
+void add_constants(const service& svc, handle module, names& all) {
   std::vector<owned> headings;
   headings.push_back(host::share(svc[known::file_cards_heading]));
   headings.push_back(host::share(svc[known::requested_context_heading]));
   const std::pair<const char*, owned> constants[] = {
-      {"README", text_of(k_readme)},
-      {"DIGEST", text_of(k_digest)},
-      {"DOCUMENT", text_of(k_document)},
+      {"README", host::new_text(k_readme)},
+      {"DIGEST", host::new_text(k_digest)},
+      {"DOCUMENT", host::new_text(k_document)},
       {"_SYM_BUDGET_FLOOR", host::share(svc[known::floor])},
       {"_ALWAYS_KEPT", host::new_tuple(std::move(headings))},
       {"_DEFAULT_BUDGET", host::share(svc[known::default_budget])},
       {"_BUDGETS", owned::steal(PyDictProxy_New(svc[known::budgets].get()))},
       {"_SKELETON_LINES", host::new_integer(k_skeleton_lines)},
       {"_LISTED_CHARS", host::new_integer(k_listed_chars)},
-      {"_LISTED_HEADING", text_of(k_listed_heading)},
+      {"_LISTED_HEADING", host::new_text(k_listed_heading)},
       {"_LISTED_MAX", host::new_integer(k_listed_max)},
       {"_PAGE_CONTEXT_MAX_CHARS", host::new_integer(k_answer_max_chars)},
       {"_NOTE_ITEMS", host::new_integer(k_note_items)},
       {"_FITTED_FIELDS", tuple_of_texts({"grounding", "symbols", "citation_seeds"})},
-      {"_NOTE_PLACEHOLDER", text_of(std::string(k_placeholder_chars, 'x'))}};
-  for (const auto& [name, value] : constants) host::add_to_module(module, name, value);
+      {"_NOTE_PLACEHOLDER",
+       host::new_text(std::string_view(std::string(k_placeholder_chars, 'x')))}};
+  for (const auto& [name, value] : constants) {
+    host::add_to_module(module, name, value);
+    all.push_back(name);
+  }
 }
 
 // Every public name, the underscored ones too: they are the host's interface, and help() leaves out
 // what is not listed.
-void add_all(handle module) {
-  std::vector<owned> all;
-  host::dict_cursor names(PyModule_GetDict(module.get()));
-  for (handle name, value; names.next(name, value);) {
-    if (!host::view_of(name).starts_with("__")) all.push_back(host::share(name));
-  }
-  host::add_to_module(module, "__all__", host::new_list(std::move(all)));
-  host::add_to_module(module, "__version__", text_of(k_version));
+void add_all(handle module, const names& all) {
+  std::vector<owned> texts;
+  texts.reserve(all.size());
+  for (const char* name : all) texts.push_back(host::new_text(name));
+  host::add_to_module(module, "__all__", host::new_list(std::move(texts)));
+  host::add_to_module(module, "__version__", host::new_text(GROUNDING_FIT_VERSION));
 }
 
 int execute(PyObject* module) noexcept {
@@ -588,8 +582,12 @@ int execute(PyObject* module) noexcept {
     svc.keep(known::floor, host::new_real(k_symbol_floor));
     records::add_types(svc, module);
     keep_budgets(svc);
-    add_constants(svc, module);
-    add_all(module);
+    names all;
+    for (const function& each : k_functions) all.push_back(each.name);
+    for (const records::layout* shape : records::k_shapes) all.push_back(shape->name);
+    add_constants(svc, module, all);
+    add_all(module, all);
+    svc.ready = true;
     return 0;
   });
 }
@@ -600,7 +598,9 @@ int traverse(PyObject* module, visitproc visit, void* arg) noexcept {
 }
 
 int clear(PyObject* module) noexcept {
-  for (PyObject*& ref : static_cast<service*>(PyModule_GetState(module))->refs) Py_CLEAR(ref);
+  auto& svc = *static_cast<service*>(PyModule_GetState(module));
+  svc.ready = false;
+  for (PyObject*& ref : svc.refs) Py_CLEAR(ref);
   return 0;
 }
 

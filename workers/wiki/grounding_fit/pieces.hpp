@@ -35,7 +35,7 @@ class pieces {
 
   std::span<const text_view> views() const { return views_; }
   bool empty() const { return views_.empty(); }
-  // Forgets all pieces and keeps the room they took.
+  // Forgets all pieces.
   void clear();
 
   // JSON characters that the text takes inside a string, the quotes not counted. Reads it once.

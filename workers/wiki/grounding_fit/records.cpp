@@ -26,9 +26,7 @@ PyTypeObject* type_of(const service& svc, const layout& shape) {
 }
 
 // Exact, since no record type can be derived from.
-const service& service_of(PyTypeObject* type) {
-  return *static_cast<const service*>(PyType_GetModuleState(type));
-}
+const service& service_of(PyTypeObject* type) { return host::loaded(PyType_GetModuleState(type)); }
 
 // ---- building -----------------------------------------------------------------------------------
 
@@ -85,7 +83,11 @@ owned build(const service& svc, PyTypeObject* type, const layout& shape, PyObjec
   for (std::size_t i = 0; i < shape.fields.size(); ++i) {
     const field& f = shape.fields[i];
     if (given[i]) host::within(f.name, [&] { check_field(svc, f.kind, given[i]); });
-    values.push_back(given[i] ? host::share(given[i]) : default_of(svc, f.missing));
+    values.push_back(host::share(given[i]));
+  }
+  // Defaults come after: making one may run the collector, and so host code.
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (!values[i]) values[i] = default_of(svc, shape.fields[i].missing);
   }
   return allocate(type, std::move(values));
 }
@@ -204,8 +206,7 @@ struct slots {
   }
 
   static PyObject* extra(PyObject* self, void*) noexcept {
-    static const std::string name = std::string(Shape.name) + "." + Shape.extra->name;
-    return host::boundary(name.c_str(),
+    return host::boundary(Shape.extra->function,
                           [&] { return Shape.extra->value(service_of(Py_TYPE(self)), self); });
   }
   static PyObject* extra_method(PyObject* self, PyObject*) noexcept { return extra(self, nullptr); }

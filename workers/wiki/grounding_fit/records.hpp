@@ -32,6 +32,7 @@ struct field {
 // A value worked out from the fields at every reading: a method without arguments, or an attribute.
 struct computed {
   const char* name;
+  const char* function;  // how errors name it: "FactBlock.label"
   bool attribute;
   const char* doc;
   host::owned (*value)(const host::service& svc, host::handle record);
@@ -46,7 +47,8 @@ struct layout {
   const computed* extra;  // or null
 };
 
-// Fields by position, in the order of the constructor.
+// Fields by position, in the order of the constructor. The shapes are the grounding model's to
+// define: what a record holds is its business, how it holds it is ours.
 namespace fact_block {
 enum : std::size_t { text, seeds, name, key };
 extern const layout shape;
@@ -59,6 +61,9 @@ namespace section_budget {
 enum : std::size_t { readme_chars, first, shares, document_chars };
 extern const layout shape;
 }  // namespace section_budget
+
+inline constexpr const layout* k_shapes[] = {&fact_block::shape, &grounding_parts::shape,
+                                             &section_budget::shape};
 
 // Makes the three types and puts them into the module and its state.
 void add_types(host::service& svc, host::handle module);

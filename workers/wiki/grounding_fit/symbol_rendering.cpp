@@ -203,6 +203,9 @@ void add_listed_line(const service& svc, handle record, path_names& norm, pieces
   const dict symbol = host::expect_dict(record);
   const integer start = read_line(svc, symbol, known::line);
   const integer end = read_line(svc, symbol, known::end_line);
+  const bool several = end > start;
+  start.expect_writable();
+  if (several) end.expect_writable();
   owned described = description(svc, symbol);
 
   line.add("- `");
@@ -214,7 +217,7 @@ void add_listed_line(const service& svc, handle record, path_names& norm, pieces
   host::within("result of _norm", [&] { line.add_value(std::move(file)); });
   line.add(":L");
   line.add_number(start);
-  if (end > start) {
+  if (several) {
     line.add("-L");
     line.add_number(end);
   }

@@ -172,28 +172,29 @@ struct avx512 {
       return _mm512_min_epu8(_mm512_mask_loadu_epi8(top, present, units), top);
     }
     if constexpr (sizeof(Unit) == 2) {
-      return _mm512_packus_epi16(low_16(units, present), low_16(units + 32, present >> 32));
+      return _mm512_packus_epi16(low_16(units, 0, present), low_16(units, 32, present));
     }
     if constexpr (sizeof(Unit) == 4) {
       return _mm512_packus_epi16(
-          _mm512_packus_epi32(low_32(units, present), low_32(units + 16, present >> 16)),
-          _mm512_packus_epi32(low_32(units + 32, present >> 32),
-                              low_32(units + 48, present >> 48)));
+          _mm512_packus_epi32(low_32(units, 0, present), low_32(units, 16, present)),
+          _mm512_packus_epi32(low_32(units, 32, present), low_32(units, 48, present)));
     }
   }
 
-  GROUNDING_FIT_AVX512 static __m512i low_16(const Unit* units, std::uint64_t present) noexcept {
+  GROUNDING_FIT_AVX512 static __m512i low_16(const Unit* units, std::size_t from,
+                                             std::uint64_t present) noexcept {
     const __m512i top = _mm512_set1_epi16(k_neutral);
-    const auto lanes = static_cast<__mmask32>(present);
+    const auto lanes = static_cast<__mmask32>(present >> from);
     if (lanes == 0) return top;
-    return _mm512_min_epu16(_mm512_mask_loadu_epi16(top, lanes, units), top);
+    return _mm512_min_epu16(_mm512_mask_loadu_epi16(top, lanes, units + from), top);
   }
 
-  GROUNDING_FIT_AVX512 static __m512i low_32(const Unit* units, std::uint64_t present) noexcept {
+  GROUNDING_FIT_AVX512 static __m512i low_32(const Unit* units, std::size_t from,
+                                             std::uint64_t present) noexcept {
     const __m512i top = _mm512_set1_epi32(k_neutral);
-    const auto lanes = static_cast<__mmask16>(present);
+    const auto lanes = static_cast<__mmask16>(present >> from);
     if (lanes == 0) return top;
-    return _mm512_maskz_min_epu32(0xffff, _mm512_mask_loadu_epi32(top, lanes, units), top);
+    return _mm512_maskz_min_epu32(0xffff, _mm512_mask_loadu_epi32(top, lanes, units + from), top);
   }
 
   GROUNDING_FIT_AVX512 static __m512i weights(__m512i c) noexcept {

@@ -53,17 +53,6 @@ owned truncated(const service& svc, handle text, __int128 room) {
   return cut;
 }
 
-std::vector<owned> symbol_seeds(const service& svc, const std::vector<symbol_block>& blocks) {
-  path_names norm(svc, path_names::asking::every_time);
-  std::vector<owned> seeds;
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    const symbol_lines lines =
-        within_record(i, [&] { return read_symbol_lines(svc, blocks[i].record, norm); });
-    if (lines.citable()) seeds.push_back(lines.seed(svc));
-  }
-  return seeds;
-}
-
 // The files of the fact blocks and the paths of the seeds, each once, in order of code points.
 owned sorted_files(const service& svc, handle parts, const std::vector<owned>& seeds) {
   host::text_set names;
@@ -114,7 +103,9 @@ owned assemble_grounding(const service& svc, handle parts, std::int64_t budget) 
   const owned cut = truncated(svc, facts, room);
   owned grounding = kept.joined(host::view_of(cut), false);
 
-  std::vector<owned> found = symbol_seeds(svc, blocks);
+  std::vector<owned> found = symbol_seeds(
+      svc, blocks.size(), [&](std::size_t i) { return handle(blocks[i].record); },
+      [&](std::size_t i, auto&& body) { within_record(i, body); });
   owned files = sorted_files(svc, parts, found);
   owned names = host::new_list(symbol_names(svc, blocks));
   std::vector<owned> seeds;
