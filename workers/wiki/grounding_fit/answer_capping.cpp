@@ -51,9 +51,11 @@ tally sized_fact::text() {
 
 void sized_fact::take_seeds() {
   if (std::exchange(seeds_taken_, true)) return;
-  const host::items seeds(block_.seeds());
-  seeds_.resize(seeds.size());
-  for (std::size_t i = 0; i < seeds.size(); ++i) seeds_[i].seed = host::share(seeds[i]);
+  const handle seeds = block_.seeds();
+  seeds_.resize(host::size_of_array(seeds));
+  for (std::size_t i = 0; i < seeds_.size(); ++i) {
+    seeds_[i].seed = host::share(host::array_item(seeds, i));
+  }
 }
 
 void sized_fact::read_seeds(const service& svc) {

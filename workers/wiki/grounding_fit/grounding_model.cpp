@@ -1,7 +1,6 @@
 #include "grounding_model.hpp"
 
 #include <cmath>
-#include <tuple>
 
 namespace grounding_fit {
 
@@ -111,16 +110,18 @@ fact_blocks::fact_blocks(const service& svc, handle parts)
 }
 
 std::vector<symbol_block> take_symbol_blocks(handle parts) {
-  const host::items pairs(records::get(parts, records::grounding_parts::blocks));
+  const handle pairs = records::get(parts, records::grounding_parts::blocks);
   std::vector<symbol_block> blocks;
-  blocks.reserve(pairs.size());
+  blocks.reserve(host::size_of_array(pairs));
   std::size_t i = 0;
   try {
-    for (; i < pairs.size(); ++i) {
-      owned text, record;
-      std::tie(text, record) = host::expect_pair(pairs[i]);
-      host::within(std::size_t{0}, [&] { host::expect_text(text); });
-      blocks.push_back({std::move(text), std::move(record)});
+    // No host code can run in here, so the list is read as it stands.
+    for (; const handle pair = host::array_item(pairs, i); ++i) {
+      const auto [text, record] = host::expect_pair(pair);
+      if (host::kind_of(text) != kind::text) {
+        host::within(std::size_t{0}, [text = text] { host::expect_text(text); });
+      }
+      blocks.push_back({host::share(text), host::share(record)});
     }
   } catch (host::bad_value& error) {
     error.prepend(i);

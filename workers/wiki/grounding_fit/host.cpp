@@ -275,14 +275,14 @@ items::items(handle array) : size_(size_of_array(array)) {
   for (std::size_t i = 0; i < size_; ++i) copies_.push_back(share(array_item(array, i)));
 }
 
-std::pair<owned, owned> expect_pair(handle value) {
+std::pair<handle, handle> expect_pair(handle value) {
   if (kind_of(value) != kind::array) refuse(fault::type, "a pair (tuple or list of two)", value);
   if (size_of_array(value) != 2) {
     std::string what = "expected a pair (tuple or list of two), got ";
     what += std::to_string(size_of_array(value)) + " items";
     refuse(fault::type, what.c_str());
   }
-  return {share(array_item(value, 0)), share(array_item(value, 1))};
+  return {array_item(value, 0), array_item(value, 1)};
 }
 
 owned dict::get(handle key) const {

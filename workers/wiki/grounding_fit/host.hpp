@@ -236,7 +236,7 @@ inline array expect_array(handle value) {
   return array(value);
 }
 // The two items of a pair; TypeError for anything but a list or tuple of two.
-std::pair<owned, owned> expect_pair(handle value);
+std::pair<handle, handle> expect_pair(handle value);
 
 // A borrowed look at an object; whoever makes one keeps the object alive.
 class dict {
