@@ -334,20 +334,25 @@ class page : public candidate_measure {
         cut_prior_(cut_prior),
         fixed_(source.carried(false, cut_prior)),
         blocks_(take_symbol_blocks(parts)),
+        block_count_(blocks_.size()),
         prose_(svc, parts),
-        listed_(blocks_.size(), -1),
         facts_(sized_facts(prose_, meter)),
         norm_(svc, path_names::asking::once_per_text) {
     const owned text = fact_text(prose_);  // as large as all facts together, so not kept
     total_ = count_kept(svc, blocks_, symbol_budget(svc, text, budget));
+    // No answer shows more than these.
+    blocks_.resize(total_ + window(total_));
+    blocks_.shrink_to_fit();
+    listed_.assign(blocks_.size(), -1);
   }
 
-  std::size_t blocks() const { return blocks_.size(); }
+  // How many symbol blocks the grounding has, shown or not.
+  std::size_t blocks() const { return block_count_; }
   std::size_t total() const { return total_; }
   std::vector<sized_fact>& facts() { return facts_; }
   // How many symbol blocks may be listed after the first `count`.
   std::size_t window(std::size_t count) const {
-    return std::min(k_listed_max, blocks_.size() - count);
+    return std::min(k_listed_max, block_count_ - count);
   }
 
   __int128 size_of(const std::vector<std::size_t>& facts, bool bodies) override {
@@ -543,6 +548,7 @@ class page : public candidate_measure {
   bool cut_prior_;
   tally fixed_;
   std::vector<symbol_block> blocks_;
+  std::size_t block_count_;
   fact_blocks prose_;
   std::size_t total_ = 0;
 

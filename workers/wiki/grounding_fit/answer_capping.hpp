@@ -98,10 +98,10 @@ class sized_fact {
   fact_block block_;
   std::size_t position_;
   json_meter* meter_;
+  std::vector<sized_seed> seeds_;
   std::int64_t text_size_ = -1;
   bool seeds_taken_ = false;
   bool seeds_read_ = false;
-  std::vector<sized_seed> seeds_;
 };
 
 std::vector<sized_fact> sized_facts(const fact_blocks& prose, json_meter& meter);
