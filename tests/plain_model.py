@@ -7,11 +7,10 @@ from workers.context_builder import _truncate_to_tokens, estimate_tokens
 from workers.wiki.repo_facts import FILE_CARDS_HEADING, _norm
 from workers.wiki_types import REQUESTED_CONTEXT_HEADING
 
-_SYM_BUDGET_FLOOR = 0.35
+_SYM_BUDGET_FLOOR, _PAGE_CONTEXT_MAX_CHARS = 0.35, 40000
 _ALWAYS_KEPT = (FILE_CARDS_HEADING, REQUESTED_CONTEXT_HEADING)
 _LISTED_CHARS, _LISTED_MAX, _SKELETON_LINES, _NOTE_ITEMS = 80, 30, 12, 6
 _LISTED_HEADING = "## More declarations (lines and signature only; ask for a body with query=)"
-_PAGE_CONTEXT_MAX_CHARS = 40000
 _NOTE_PLACEHOLDER = "x" * 600
 _ASK = (' Ask for code with query="<file path or symbol>, ..."; '
         'read another page with wiki(action="read", page_id=...).')
