@@ -222,15 +222,15 @@ constexpr field k_grounding_parts_fields[] = {
      "How the page's type spends the room (SectionBudget)."}};
 
 constexpr field k_section_budget_fields[] = {
-    {"readme_chars", integer, otherwise::integer_4000,
-     "Code points of the README the page reads (int)."},
+    {"readme_chars", integer, otherwise::integer, "Code points of the README the page reads (int).",
+     k_readme_chars},
     {"first", sequence, otherwise::empty_tuple,
      "Keys of the fact blocks kept before any other, beside the file cards (list or tuple of "
      "str)."},
     {"shares", mapping, otherwise::fresh_dict,
      "Block key to the most of a capped answer's room its blocks may take (dict of float). The "
      "dict stays the caller's own; treat it as read-only."},
-    {"document_chars", integer, otherwise::integer_0,
+    {"document_chars", integer, otherwise::integer,
      "Code points of the page's own documents it reads, shared among them (int)."}};
 
 constexpr computed k_label = {

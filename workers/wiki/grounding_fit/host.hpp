@@ -203,7 +203,6 @@ inline owned null() noexcept { return share(Py_None); }
 // later can free, add or remove one.
 class items {
  public:
-  items() = default;
   explicit items(handle array);  // a list or tuple (or of a type derived from one), nothing else
   std::size_t size() const { return size_; }
   handle operator[](std::size_t i) const {

@@ -48,13 +48,12 @@ void check_field(const service& svc, field_kind kind, handle value) {
   }
 }
 
-owned default_of(const service& svc, otherwise missing) {
-  switch (missing) {
+owned default_of(const service& svc, const field& of) {
+  switch (of.missing) {
     case otherwise::empty_text: return host::empty_text();
     case otherwise::empty_tuple: return host::new_tuple({});
     case otherwise::fresh_dict: return host::new_dict();
-    case otherwise::integer_0: return host::new_integer(0);
-    case otherwise::integer_4000: return host::new_integer(4000);
+    case otherwise::integer: return host::new_integer(of.integer);
     case otherwise::floor: return host::share(svc[known::floor]);
     case otherwise::default_budget: return host::share(svc[known::default_budget]);
     case otherwise::required: break;
@@ -87,7 +86,7 @@ owned build(const service& svc, PyTypeObject* type, const layout& shape, PyObjec
   }
   // Defaults come after: making one may run the collector, and so host code.
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (!values[i]) values[i] = default_of(svc, shape.fields[i].missing);
+    if (!values[i]) values[i] = default_of(svc, shape.fields[i]);
   }
   return allocate(type, std::move(values));
 }

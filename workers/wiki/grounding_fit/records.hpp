@@ -16,8 +16,7 @@ enum class otherwise {
   empty_text,
   empty_tuple,
   fresh_dict,
-  integer_0,
-  integer_4000,
+  integer,
   floor,
   default_budget
 };
@@ -27,6 +26,7 @@ struct field {
   field_kind kind;
   otherwise missing;
   const char* doc;
+  std::int64_t integer = 0;  // what stands in for an integer
 };
 
 // A value worked out from the fields at every reading: a method without arguments, or an attribute.
