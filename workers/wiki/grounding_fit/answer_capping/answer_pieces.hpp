@@ -1,0 +1,132 @@
+// What a capped answer is written of.
+//
+// Every piece says what it takes as JSON (`size`) and puts itself down (`write`, `value`), the two
+// side by side and nowhere else. Two classes collect pieces, and answer_description.hpp says once
+// which pieces there are:
+//
+//     answer_size size;        describe_body(size, symbol);     // sums: nothing is built
+//     answer_values values;    describe_body(values, symbol);   // the texts and lists themselves
+#pragma once
+
+#include "answer_capping/json_measure.hpp"
+#include "symbol_rendering/symbol_rendering.hpp"
+
+namespace grounding_fit {
+
+// ---- pieces (a `literal` is one as well) --------------------------------------------------------
+
+// A text that was sized before.
+struct sized_text {
+  text_view text;
+  std::int64_t json_size;
+  std::int64_t size() const { return json_size; }
+  void write(pieces& to) const { to.add(text); }
+};
+
+// A text that is sized when it is asked for.
+struct whole_text {
+  text_view text;
+  std::int64_t size() const { return escaped_length(text); }
+  void write(pieces& to) const { to.add(text); }
+};
+
+// A line of the listing that was sized before.
+struct sized_line {
+  const listed_line& line;
+  std::int64_t json_size;
+  std::int64_t size() const { return json_size; }
+  void write(pieces& to) const { line.write(to); }
+};
+
+// An item of a list that was sized before.
+struct sized_value {
+  host::handle item;
+  std::int64_t json_size;
+  std::int64_t size() const { return json_size; }
+  host::owned value() const { return host::share(item); }
+};
+
+// The citation seed of a symbol.
+struct symbol_seed {
+  const host::module_state& state;
+  const symbol_lines& lines;
+  std::int64_t size() const {
+    struct {
+      tally members;
+      void operator()(host::key which, const host::owned& text) {
+        add(which, json_string_size(host::view_of(text)));
+      }
+      void operator()(host::key which, const host::integer& number) {
+        add(which, static_cast<std::int64_t>(number.length()));
+      }
+      void add(host::key which, std::int64_t value) {
+        members.add(member_size(host::name_of(which), value));
+      }
+    } seed;
+    lines.describe_seed(seed);
+    return seed.members.bracketed();
+  }
+  host::owned value() const { return lines.seed(state); }
+};
+
+// ---- what becomes of them -----------------------------------------------------------------------
+
+inline constexpr literal k_blank_line = "\n\n";  // between the texts of a grounding
+
+// What the rebuilt fields take. Sizes of some blocks add up to the size of all of them.
+struct answer_size {
+  tally texts, names, seeds;
+
+  void begin_text() { ++texts.count; }
+  template <class Piece>
+  void add_text(const Piece& piece) {
+    texts.size += piece.size();
+  }
+  template <class Piece>
+  void add_name(const Piece& piece) {
+    names.add(piece.size());
+  }
+  template <class Piece>
+  void add_seed(const Piece& piece) {
+    seeds.add(piece.size());
+  }
+
+  std::int64_t grounding() const { return 2 + texts.joined(k_blank_line.size()); }
+  std::int64_t symbols() const { return names.bracketed(); }
+  std::int64_t citation_seeds() const { return seeds.bracketed(); }
+
+  friend answer_size operator+(const answer_size& a, const answer_size& b) {
+    return {a.texts + b.texts, a.names + b.names, a.seeds + b.seeds};
+  }
+};
+
+// The rebuilt fields themselves.
+class answer_values {
+ public:
+  void begin_text() {
+    if (std::exchange(any_text_, true)) k_blank_line.write(text_);
+  }
+  template <class Piece>
+  void add_text(const Piece& piece) {
+    piece.write(text_);
+  }
+  template <class Piece>
+  void add_name(const Piece& piece) {
+    names_.push_back(piece.value());
+  }
+  template <class Piece>
+  void add_seed(const Piece& piece) {
+    seeds_.push_back(piece.value());
+  }
+
+  host::owned grounding() { return text_.text(); }
+  host::owned symbols() { return host::new_list(std::move(names_)); }
+  host::owned citation_seeds() { return host::new_list(std::move(seeds_)); }
+
+ private:
+  pieces text_;
+  bool any_text_ = false;
+  std::vector<host::owned> names_, seeds_;
+};
+
+}  // namespace grounding_fit

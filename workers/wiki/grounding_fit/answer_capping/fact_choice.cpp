@@ -1,0 +1,74 @@
+#include "answer_capping/fact_choice.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace grounding_fit {
+
+using host::handle;
+using host::module_state;
+using host::owned;
+using host::utility;
+
+namespace {
+
+// Truncated toward zero, and clamped to 2^100 either way, which no sum of sizes reaches.
+__int128 truncated(double finite) {
+  constexpr double far = 0x1p100;
+  return static_cast<__int128>(std::clamp(finite, -far, far));
+}
+
+}  // namespace
+
+bool at_most(__int128 sum, double bound) {
+  return !std::isnan(bound) && sum <= truncated(std::floor(bound));
+}
+
+fact_policy::fact_policy(const module_state& state, grounding_parts parts)
+    : state_(state),
+      code_floor_(parts.code_floor()),
+      first_(parts.budget().first()),
+      shares_(parts.budget().shares()) {
+  for (std::size_t i = 0; i < first_.size(); ++i) {
+    host::within(host::place("parts.budget.first", i), [&] { host::expect_text(first_[i]); });
+  }
+}
+
+verdict fact_policy::of(const fact_block& block) const {
+  const text_view text = host::view_of(block.text());
+  if (text.starts_with(host::view_of(state_[utility::file_cards_heading])) ||
+      text.starts_with(host::view_of(state_[utility::requested_context_heading]))) {
+    return verdict::always_kept;
+  }
+  const text_view key = host::view_of(block.key());
+  if (key.empty()) return verdict::undecided;
+  for (std::size_t i = 0; i < first_.size(); ++i) {
+    if (host::view_of(first_[i]) == key) return verdict::kept_first;
+  }
+  return verdict::undecided;
+}
+
+std::optional<double> fact_policy::share_of(const fact_block& block, double room) const {
+  const owned share = shares_.get(block.key());
+  if (!share) return std::nullopt;
+  try {
+    return host::expect_number(share) * room;
+  } catch (host::bad_value& error) {
+    error.prepend_key(host::view_of(block.key()));
+    error.prepend("parts.budget.shares");
+    throw;
+  }
+}
+
+__int128 fact_policy::floor_of(double room) const {
+  const double share = host::expect_number(code_floor_) * room;
+  if (!std::isfinite(share)) {
+    host::within("parts.code_floor", [&] {
+      host::refuse(host::fault::value, "a number whose product with the room is finite",
+                   code_floor_);
+    });
+  }
+  return truncated(share);
+}
+
+}  // namespace grounding_fit

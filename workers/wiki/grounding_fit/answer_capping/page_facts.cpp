@@ -1,0 +1,54 @@
+#include "answer_capping/page_facts.hpp"
+
+namespace grounding_fit {
+
+std::vector<page_fact> take_page_facts(const fact_blocks& prose, json_meter& meter) {
+  std::vector<page_fact> facts;
+  facts.reserve(prose.size());
+  for (std::size_t i = 0; i < prose.size(); ++i) facts.emplace_back(prose[i], i, meter);
+  return facts;
+}
+
+sized_text page_fact::text() {
+  const text_view text = host::view_of(block_.text());
+  if (text_size_ < 0) text_size_ = escaped_length(text);
+  return {text, text_size_};
+}
+
+void page_fact::take_seeds() {
+  if (std::exchange(seeds_taken_, true)) return;
+  const host::handle seeds = block_.seeds();
+  seeds_.resize(host::size_of_array(seeds));
+  for (std::size_t i = 0; i < seeds_.size(); ++i) {
+    seeds_[i].value = host::share(host::array_item(seeds, i));
+  }
+}
+
+void page_fact::read_seeds(const host::module_state& state) {
+  if (seeds_read_) return;
+  take_seeds();
+  for (std::size_t i = 0; i < seeds_.size(); ++i) {
+    seeds_[i].citable = host::within(seed_place(position_, i), [&] {
+      return grounding_fit::is_citable(state, seeds_[i].value);
+    });
+  }
+  seeds_read_ = true;
+}
+
+sized_value page_fact::seed_at(std::size_t i) {
+  seed& one = seeds_[i];
+  if (one.json_size < 0) {
+    one.json_size =
+        host::within(seed_place(position_, i), [&] { return meter_->size_of(one.value); });
+  }
+  return {one.value, one.json_size};
+}
+
+fact_cost page_fact::cost() {
+  take_seeds();
+  tally seeds;
+  for (std::size_t i = 0; i < seeds_.size(); ++i) seeds.add(seed_at(i).size());
+  return {2 + text().size(), seeds.bracketed()};
+}
+
+}  // namespace grounding_fit

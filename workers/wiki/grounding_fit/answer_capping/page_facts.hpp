@@ -1,0 +1,53 @@
+// The fact blocks of a page, as far as an answer may show them.
+#pragma once
+
+#include "answer_capping/answer_pieces.hpp"
+
+namespace grounding_fit {
+
+// What a fact block would take by itself, in JSON characters: its text as one string and all its
+// seeds, citable or not, as one array.
+struct fact_cost {
+  std::int64_t text = 0, seeds = 0;
+  std::int64_t total() const { return text + seeds; }
+};
+
+// One fact block. Each of its values is read and sized once, when it is first asked for.
+class page_fact {
+ public:
+  page_fact(fact_block block, std::size_t position, json_meter& meter)
+      : block_(block), position_(position), meter_(&meter) {}
+
+  const fact_block& block() const { return block_; }
+  fact_cost cost();
+  // Reads which seeds can be cited, before an answer shows them.
+  void read_seeds(const host::module_state& state);
+  // Lets go of the seeds: only a block that stays is asked for them again.
+  void leave_out() { std::vector<seed>().swap(seeds_); }
+
+  sized_text text();
+  std::size_t seeds() const { return seeds_.size(); }
+  bool is_citable(std::size_t i) const { return seeds_[i].citable; }
+  sized_value seed_at(std::size_t i);
+
+ private:
+  struct seed {
+    host::owned value;
+    std::int64_t json_size = -1;
+    bool citable = false;
+  };
+
+  void take_seeds();
+
+  fact_block block_;
+  std::size_t position_;
+  json_meter* meter_;
+  std::vector<seed> seeds_;
+  std::int64_t text_size_ = -1;
+  bool seeds_taken_ = false;
+  bool seeds_read_ = false;
+};
+
+std::vector<page_fact> take_page_facts(const fact_blocks& prose, json_meter& meter);
+
+}  // namespace grounding_fit

@@ -1,0 +1,157 @@
+#include "answer_capping/answer_capping.hpp"
+#include "binding/function.hpp"
+
+namespace grounding_fit {
+namespace {
+
+using host::arguments;
+using host::handle;
+using host::module_state;
+using host::owned;
+using host::within;
+
+constexpr function k_json_size = {
+    R"(_json_size($module, /, value)
+--
+
+Return the length of a value's JSON text in code points, without making the text.
+
+The same as len(json.dumps(value, ensure_ascii=False)), but keys must be strings. Raises
+TypeError for what JSON has no form for, RecursionError for nesting too deep or in a cycle.)",
+    [](const module_state&, const arguments& given) {
+      return within("value", [&] { return host::new_integer(json_meter().size_of(given[0])); });
+    }};
+
+constexpr function k_cap_note = {
+    R"(_cap_note($module, /, left_out, ask=False)
+--
+
+Return the `truncated` note of a capped answer: six items by name, the others counted.
+
+left_out: list or tuple of str. ask: whether the note asks the agent to fetch what it needs.)",
+    [](const module_state&, const arguments& given) {
+      const array_texts items("left_out", given[0]);
+      std::vector<text_view> named;
+      for (std::size_t i = 0; i < items.size(); ++i) {
+        const text_view item = host::view_of(items[i]);
+        if (i < k_note_items) named.push_back(item);
+      }
+      const bool ask = given[1] && host::truth(given[1]);
+      return cap_note(named, items.size(), ask ? note_end::ask : note_end::plain);
+    }};
+
+constexpr function k_code_cut = {
+    R"(_code_cut($module, /, kept, listed, total)
+--
+
+Return the note item that counts the symbol blocks left without their body: a list of 0 or 1 str.
+
+kept: int, blocks with a body. listed: int, others listed by a line. total: int, all blocks.)",
+    [](const module_state&, const arguments& given) {
+      const std::int64_t kept = expect_int64("kept", given[0]);
+      const std::int64_t listed = expect_int64("listed", given[1]);
+      owned item = code_cut(kept, listed, expect_int64("total", given[2]));
+      std::vector<owned> items;
+      if (item) items.push_back(std::move(item));
+      return host::new_list(std::move(items));
+    }};
+
+constexpr function k_most = {
+    R"(_most($module, /, high, fits)
+--
+
+Return the largest count from 0 to high for which fits(count) is true, found by bisection.
+
+high: int; 0 or less gives 0. fits: callable, true for every count below one it is true for;
+never called with 0.)",
+    [](const module_state&, const arguments& given) {
+      const std::int64_t high = expect_int64("high", given[0]);
+      return host::new_integer(most(high, [&](std::int64_t count) {
+        within("fits", [&] { host::expect_callable(given[1]); });
+        return host::truth(host::call(given[1], host::new_integer(count)));
+      }));
+    }};
+
+// The measure that a host hands to _fit_prose: called with a list of its own every time.
+class host_measure {
+ public:
+  using shown = std::vector<std::size_t>;
+
+  host_measure(handle size, handle total, const fact_blocks& prose)
+      : size_(size), total_(total), prose_(prose), none_(host::new_integer(0)) {}
+
+  shown of(std::span<const std::size_t> facts) const { return {facts.begin(), facts.end()}; }
+  shown with(shown facts, std::size_t fact) const {
+    facts.push_back(fact);
+    return facts;
+  }
+  std::int64_t size(const shown& facts, bodies show) const {
+    const handle count = show == bodies::within_tokens ? total_ : handle(none_);
+    return expect_int64("result of size", host::call(size_, list(facts), count));
+  }
+
+  owned list(const shown& facts) const {
+    std::vector<owned> blocks;
+    blocks.reserve(facts.size());
+    for (const std::size_t fact : facts) blocks.push_back(host::share(prose_[fact].record));
+    return host::new_list(std::move(blocks));
+  }
+
+ private:
+  handle size_, total_;
+  const fact_blocks& prose_;
+  owned none_;
+};
+
+constexpr function k_fit_prose = {
+    R"(_fit_prose($module, /, parts, size, total)
+--
+
+Return (kept, labels): the fact blocks a capped answer keeps, and the names of the others.
+
+parts: GroundingParts. size: callable(blocks, count) giving the JSON characters of an answer
+with those fact blocks and count bodies. total: int, the most bodies the answer may show.
+Raises ValueError when the code_floor's product with the room is not finite.)",
+    [](const module_state& state, const arguments& given) {
+      const grounding_parts parts = expect_parts(state, given[0]);
+      within("size", [&] { host::expect_callable(given[1]); });
+      expect_int64("total", given[2]);
+      const fact_blocks prose(state, parts);
+      json_meter meter;
+      std::vector<page_fact> facts = take_page_facts(prose, meter);
+      host_measure measure(given[1], given[2], prose);
+      const auto chosen = choose_facts(fact_policy(state, parts), facts, measure);
+
+      std::vector<owned> labels;
+      for (std::size_t i = 0; i < facts.size(); ++i) {
+        if (!stays(chosen.decisions[i].outcome)) labels.push_back(prose[i].label());
+      }
+      return host::tuple_of(measure.list(chosen.kept), host::new_list(std::move(labels)));
+    }};
+
+constexpr function k_fit_page_context = {
+    R"(_fit_page_context($module, /, result, parts, budget)
+--
+
+Return a page_context answer of at most _PAGE_CONTEXT_MAX_CHARS JSON characters.
+
+result: the answer (dict), given back itself when it fits. parts: GroundingParts of the page.
+budget: int, the page's budget in tokens. A capped answer is a new dict whose `truncated` says
+what was left out; only one whose other fields alone exceed the cap comes back over it.
+Raises KeyError('page_id') when a prior_markdown must go and the answer has no page_id.)",
+    [](const module_state& state, const arguments& given) {
+      const grounding_parts parts = expect_parts(state, given[1]);
+      within("result", [&] { host::expect_dict(given[0]); });
+      const std::int64_t budget = expect_int64("budget", given[2]);
+      return std::move(fit_page_context(state, given[0], parts, budget).answer);
+    }};
+
+}  // namespace
+
+void add_answer_capping(methods& table) {
+  table.insert(table.end(), {entry<k_json_size>::method(), entry<k_cap_note>::method(),
+                             entry<k_code_cut>::method(), entry<k_most>::method(),
+                             entry<k_fit_prose>::method(), entry<k_fit_page_context>::method()});
+}
+
+}  // namespace grounding_fit

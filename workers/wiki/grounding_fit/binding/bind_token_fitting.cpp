@@ -1,0 +1,69 @@
+#include "binding/function.hpp"
+#include "token_fitting/token_fitting.hpp"
+
+namespace grounding_fit {
+namespace {
+
+using host::arguments;
+using host::module_state;
+using host::owned;
+
+constexpr function k_assemble_blocks = {
+    R"(_assemble_blocks($module, /, blocks, budget)
+--
+
+Return the blocks, from the first on, that a token budget keeps whole; the first one always.
+
+blocks: list or tuple of str, best first. budget: int, in tokens. Returns a new list.
+Calls the host's estimate_tokens for each block up to the first that does not fit.)",
+    [](const module_state& state, const arguments& given) {
+      const array_texts blocks("blocks", given[0]);
+      const std::int64_t budget = expect_int64("budget", given[1]);
+      const auto text_of = [&](std::size_t i) { return blocks[i]; };
+      const whole_blocks kept = keep_whole(state, blocks.size(), budget, text_of);
+      std::vector<owned> result;
+      for (std::size_t i = 0; i < kept.count; ++i) result.push_back(host::share(blocks[i]));
+      return host::new_list(std::move(result));
+    }};
+
+constexpr function k_blocks_within = {
+    R"(_blocks_within($module, /, parts, budget)
+--
+
+Return how many symbol blocks of a GroundingParts a page's token budget keeps whole (int).
+
+budget: int, in tokens. The code has _SYM_BUDGET_FLOOR of it, or what the fact text leaves.)",
+    [](const module_state& state, const arguments& given) {
+      const grounding_parts parts = expect_parts(state, given[0]);
+      const std::int64_t budget = expect_int64("budget", given[1]);
+      const owned text = fact_text(fact_blocks(state, parts));
+      const code_budget code = code_budget_of(state, text, budget);
+      const whole_blocks kept = keep_whole(state, take_symbol_blocks(parts), code.share);
+      return host::new_unsigned(kept.count);
+    }};
+
+constexpr function k_assemble_grounding = {
+    R"(_assemble_grounding($module, /, parts, budget)
+--
+
+Return (grounding, symbols, files, seeds): a page's grounding fitted to its token budget.
+
+parts: GroundingParts. budget: int, in tokens. The grounding is the fact text, cut by the host's
+_truncate_to_tokens, the whole symbol blocks and the listing; the names, sorted files and seeds
+are those of every symbol block, kept or not. The first block, the listing and blank lines may
+take the text past its budget.)",
+    [](const module_state& state, const arguments& given) {
+      const grounding_parts parts = expect_parts(state, given[0]);
+      assembled_grounding made = assemble_grounding(state, parts, expect_int64("budget", given[1]));
+      return host::tuple_of(std::move(made.text), std::move(made.symbols), std::move(made.files),
+                            std::move(made.seeds));
+    }};
+
+}  // namespace
+
+void add_token_fitting(methods& table) {
+  table.insert(table.end(), {entry<k_assemble_blocks>::method(), entry<k_blocks_within>::method(),
+                             entry<k_assemble_grounding>::method()});
+}
+
+}  // namespace grounding_fit

@@ -1,0 +1,109 @@
+#include "binding/host_utilities.hpp"
+
+namespace grounding_fit {
+
+using host::handle;
+using host::module_state;
+using host::owned;
+using host::utility;
+
+namespace {
+
+struct wanted_utility {
+  utility name;
+  const char* attribute;
+  bool callable;  // else a heading: a string that is not empty
+};
+
+constexpr wanted_utility k_utilities[] = {
+    {utility::estimate_tokens, "estimate_tokens", true},
+    {utility::truncate_to_tokens, "_truncate_to_tokens", true},
+    {utility::norm, "_norm", true},
+    {utility::file_cards_heading, "FILE_CARDS_HEADING", false},
+    {utility::requested_context_heading, "REQUESTED_CONTEXT_HEADING", false}};
+
+static_assert(std::size(k_utilities) == static_cast<std::size_t>(utility::count));
+
+constexpr const char* k_host_modules[] = {"workers.context_builder", "workers.wiki.repo_facts",
+                                          "workers.wiki_types"};
+
+// Is it the dotted name itself, or that of a package above it?
+bool names_part_of(handle value, std::string_view dotted) {
+  if (host::kind_of(value) != host::kind::text) return false;
+  const text_view whole = dotted;
+  const text_view part = host::view_of(value);
+  if (!whole.starts_with(part)) return false;
+  return part.length() == whole.length() || whole[part.length()] == '.';
+}
+
+// A module of the host, or an empty handle when it does not exist. Any other failure to import it,
+// the absence of a module that it imports itself among them, is the host's to see.
+owned import_if_there(const char* name) {
+  PyObject* module = PyImport_ImportModule(name);
+  if (module != nullptr) return owned::steal(module);
+  if (!PyErr_ExceptionMatches(PyExc_ModuleNotFoundError)) throw host::raised{};
+  PyObject *type, *value, *traceback;
+  PyErr_Fetch(&type, &value, &traceback);
+  PyErr_NormalizeException(&type, &value, &traceback);
+  owned held[] = {owned::steal_or_null(type), owned::steal_or_null(value),
+                  owned::steal_or_null(traceback)};
+  const owned missing = owned::steal_or_null(PyObject_GetAttrString(value, "name"));
+  PyErr_Clear();
+  if (missing && names_part_of(missing, name)) return {};
+  PyErr_Restore(held[0].release(), held[1].release(), held[2].release());
+  throw host::raised{};
+}
+
+// An attribute of a module, or an empty handle when the module does not define it.
+owned attribute_of(handle module, const char* name) {
+  PyObject* value = PyObject_GetAttrString(module.get(), name);
+  if (value != nullptr) return owned::steal(value);
+  if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw host::raised{};
+  PyErr_Clear();
+  return {};
+}
+
+void take_utility(module_state& state, const wanted_utility& wanted, handle module,
+                  const char* home) {
+  if (state[wanted.name]) return;
+  owned value = attribute_of(module, wanted.attribute);
+  if (!value) return;
+  host::within(host::place(home, ".", wanted.attribute), [&] {
+    if (wanted.callable) {
+      host::expect_callable(value);
+    } else if (host::expect_text(value).empty()) {
+      host::refuse(host::fault::value, "a heading that is not empty", value);
+    }
+  });
+  state.keep(wanted.name, std::move(value));
+}
+
+bool complete(const module_state& state) {
+  for (const wanted_utility& wanted : k_utilities) {
+    if (!state[wanted.name]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void take_utilities(module_state& state) {
+  std::string looked_in;
+  for (const char* home : k_host_modules) {
+    if (complete(state)) return;
+    const owned module = import_if_there(home);
+    looked_in += std::string(looked_in.empty() ? "" : ", ") + home + (module ? "" : " (not there)");
+    if (!module) continue;
+    for (const wanted_utility& wanted : k_utilities) take_utility(state, wanted, module, home);
+  }
+  for (const wanted_utility& wanted : k_utilities) {
+    if (state[wanted.name]) continue;
+    PyErr_Format(PyExc_ImportError,
+                 "grounding_fit needs %s of its host; looked in %s. A module that is still being "
+                 "imported, because it imports grounding_fit itself, has not defined it yet",
+                 wanted.attribute, looked_in.c_str());
+    throw host::raised{};
+  }
+}
+
+}  // namespace grounding_fit

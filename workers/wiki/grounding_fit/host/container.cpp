@@ -1,0 +1,39 @@
+#include "host/container.hpp"
+
+namespace grounding_fit::host {
+
+items::items(handle array) : size_(size_of_array(array)) {
+  if (PyTuple_Check(array.get())) {
+    tuple_ = share(array);
+    return;
+  }
+  copies_.reserve(size_);
+  for (std::size_t i = 0; i < size_; ++i) copies_.push_back(share(array_item(array, i)));
+}
+
+items expect_items(handle value) {
+  if (kind_of(value) != kind::array) refuse(fault::type, "a list or tuple", value);
+  return items(value);
+}
+
+array expect_array(handle value) {
+  if (kind_of(value) != kind::array) refuse(fault::type, "a list or tuple", value);
+  return array(value);
+}
+
+std::pair<handle, handle> expect_pair(handle value) {
+  if (kind_of(value) != kind::array) refuse(fault::type, "a pair (tuple or list of two)", value);
+  if (size_of_array(value) != 2) {
+    const std::string size = std::to_string(size_of_array(value));
+    refuse(fault::type, "expected a pair (tuple or list of two), got " + size + " items");
+  }
+  return {array_item(value, 0), array_item(value, 1)};
+}
+
+owned dict::get(handle key) const {
+  PyObject* found = PyDict_GetItemWithError(object_.get(), key.get());
+  if (found == nullptr && PyErr_Occurred() != nullptr) throw raised{};
+  return share(found);
+}
+
+}  // namespace grounding_fit::host

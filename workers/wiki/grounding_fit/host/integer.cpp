@@ -1,0 +1,83 @@
+#include "host/integer.hpp"
+
+#include <cmath>
+
+#include "host/make.hpp"
+#include "host/value.hpp"
+
+namespace grounding_fit::host {
+namespace {
+
+std::size_t decimal_length(std::int64_t value) {
+  auto magnitude =
+      value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+  std::size_t length = value < 0 ? 2 : 1;
+  while (magnitude >= 10) {
+    magnitude /= 10;
+    ++length;
+  }
+  return length;
+}
+
+}  // namespace
+
+integer integer::of(handle value) {
+  int overflow = 0;
+  integer result(PyLong_AsLongLongAndOverflow(value.get(), &overflow));
+  if (overflow == 0) {
+    if (PyLong_CheckExact(value.get())) result.object_ = owned::share(value);
+    return result;
+  }
+  result.small_ = overflow;
+  result.big_ = true;
+  // An int of a derived type becomes a plain one; a plain one is shared.
+  result.object_ = owned::steal(PyLong_Type.tp_as_number->nb_int(value.get()));
+  return result;
+}
+
+integer integer::of(double finite) {
+  if (std::abs(finite) < 0x1p63) return integer(static_cast<std::int64_t>(finite));
+  return of(owned::steal(PyLong_FromDouble(finite)));
+}
+
+integer integer::of_text(handle text) {
+  const owned plain = plain_text(share(text));  // the host's error would show it by its own repr
+  PyObject* value = PyLong_FromUnicodeObject(plain.get(), 10);
+  if (value != nullptr) return of(owned::steal(value));
+  if (!PyErr_ExceptionMatches(PyExc_ValueError)) throw raised{};
+  owned cause = take_error();
+  try {
+    refuse(fault::value, "an integer", text);
+  } catch (bad_value& error) {
+    error.cause = std::move(cause);
+    throw;
+  }
+}
+
+bool integer::operator>(const integer& other) const {
+  if (!big_ && !other.big_) return small_ > other.small_;
+  if (!big_) return other.small_ < 0;
+  if (!other.big_ || small_ != other.small_) return small_ > 0;
+  const int greater = PyObject_RichCompareBool(object_.get(), other.object_.get(), Py_GT);
+  if (greater < 0) throw raised{};
+  return greater != 0;
+}
+
+std::size_t integer::length() const {
+  if (!big_) return decimal_length(small_);
+  return view_of(owned::steal(PyLong_Type.tp_repr(object_.get()))).length();
+}
+
+void integer::expect_writable() const {
+  if (big_) length();
+}
+
+owned integer::object() const { return object_ ? share(object_) : new_integer(small_); }
+
+std::size_t integer_length(handle value) {
+  int overflow = 0;
+  const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
+  return overflow == 0 ? decimal_length(small) : integer::of(value).length();
+}
+
+}  // namespace grounding_fit::host

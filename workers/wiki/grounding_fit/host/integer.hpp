@@ -1,0 +1,35 @@
+// An integer of any size, and the length of its digits.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "host/error.hpp"
+
+namespace grounding_fit::host {
+
+// One that fits 64 bits, as nearly all do, is reckoned with as such; the host's own object, where
+// there is one, is kept to be given back.
+class integer {
+ public:
+  integer(std::int64_t value = 0) : small_(value) {}
+  static integer of(handle integer_or_boolean);
+  static integer of(double finite);     // truncated toward zero
+  static integer of_text(handle text);  // as the host's int(text); ValueError for anything else
+
+  bool operator>(const integer& other) const;
+  std::size_t length() const;  // of its decimal digits and sign
+  owned object() const;
+  void expect_writable() const;  // ValueError beyond the host's digit limit
+  std::optional<std::int64_t> small() const { return big_ ? std::nullopt : std::optional(small_); }
+
+ private:
+  std::int64_t small_ = 0;  // only the sign of a big one
+  bool big_ = false;
+  owned object_;
+};
+
+// Length of an integer's digits and sign, the same in JSON and in a text.
+std::size_t integer_length(handle integer);  // ValueError beyond the host's digit limit
+
+}  // namespace grounding_fit::host

@@ -1,0 +1,77 @@
+#include "host/make.hpp"
+
+#include <algorithm>
+
+namespace grounding_fit::host {
+namespace {
+
+// A part of a text may be narrower than the text it is a part of, so units go both ways.
+template <class To>
+void copy_units(void* to, text_view from) {
+  from.with_units([&](const auto* units) {
+    std::transform(units, units + from.length(), static_cast<To*>(to),
+                   [](auto unit) { return static_cast<To>(unit); });
+  });
+}
+
+void copy_units(void* to, unsigned width, text_view from) {
+  if (width == from.width()) {
+    if (!from.empty()) std::memcpy(to, from.units(), from.bytes());
+    return;
+  }
+  switch (width) {
+    case 1: return copy_units<std::uint8_t>(to, from);
+    case 2: return copy_units<std::uint16_t>(to, from);
+    default: return copy_units<std::uint32_t>(to, from);
+  }
+}
+
+}  // namespace
+
+owned new_text(std::span<const text_view> pieces) {
+  std::size_t length = 0;
+  text_range range = text_range::ascii;
+  for (const text_view& piece : pieces) {
+    length += piece.length();
+    range = std::max(range, piece.range());
+  }
+  constexpr Py_UCS4 largest[] = {0x7f, 0xff, 0xffff, 0x10ffff};
+  owned text = owned::steal(
+      PyUnicode_New(static_cast<Py_ssize_t>(length), largest[static_cast<std::size_t>(range)]));
+  const unsigned width = PyUnicode_KIND(text.get());
+  auto* to = static_cast<std::byte*>(PyUnicode_DATA(text.get()));
+  for (const text_view& piece : pieces) {
+    copy_units(to, width, piece);
+    to += piece.length() * width;
+  }
+  return text;
+}
+
+owned empty_text() { return owned::steal(PyUnicode_New(0, 0)); }
+
+owned new_list(std::vector<owned> values) {
+  owned list = owned::steal(PyList_New(static_cast<Py_ssize_t>(values.size())));
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), values[i].release());
+  }
+  return list;
+}
+
+owned new_tuple(std::vector<owned> values) {
+  owned tuple = owned::steal(PyTuple_New(static_cast<Py_ssize_t>(values.size())));
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(i), values[i].release());
+  }
+  return tuple;
+}
+
+owned new_integer(std::int64_t value) { return owned::steal(PyLong_FromLongLong(value)); }
+owned new_unsigned(std::uint64_t value) { return owned::steal(PyLong_FromUnsignedLongLong(value)); }
+owned new_real(double value) { return owned::steal(PyFloat_FromDouble(value)); }
+owned new_dict() { return owned::steal(PyDict_New()); }
+
+void set_item(handle dict, handle key, handle value) {
+  if (PyDict_SetItem(dict.get(), key.get(), value.get()) < 0) throw raised{};
+}
+
+}  // namespace grounding_fit::host

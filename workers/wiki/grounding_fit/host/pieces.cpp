@@ -1,0 +1,62 @@
+#include "host/pieces.hpp"
+
+#include "host/value.hpp"
+
+namespace grounding_fit {
+
+using host::kind;
+using host::owned;
+
+void pieces::add_value(owned value) {
+  switch (host::kind_of(value)) {
+    case kind::text: break;
+    case kind::integer: return add_number(host::integer::of(value));
+    default: value = host::text_form(value);
+  }
+  add(host::view_of(value));
+  held_.push_back(std::move(value));
+}
+
+void pieces::add_string(owned value) {
+  add(host::expect_text(value));
+  held_.push_back(std::move(value));
+}
+
+void pieces::add_number(const host::integer& number) {
+  if (const auto small = number.small()) return add_number(__int128(*small));
+  add_value(host::text_form(number.object()));
+}
+
+void pieces::add_number(__int128 number) {
+  constexpr std::size_t longest = 40;  // digits and sign of 128 bits
+  auto* digits = static_cast<char*>(pool_.allocate(longest, 1));
+  char* const end = digits + longest;
+  char* first = end;
+  auto wide = number < 0 ? 0 - static_cast<unsigned __int128>(number)
+                         : static_cast<unsigned __int128>(number);
+  for (; wide >> 64 != 0; wide /= 10) {
+    *--first = static_cast<char>('0' + static_cast<int>(wide % 10));
+  }
+  auto narrow = static_cast<std::uint64_t>(wide);  // nearly every number, and divided much faster
+  do {
+    *--first = static_cast<char>('0' + narrow % 10);
+    narrow /= 10;
+  } while (narrow != 0);
+  if (number < 0) *--first = '-';
+  add(std::string_view(first, static_cast<std::size_t>(end - first)));
+}
+
+void pieces::clear() {
+  views_ = std::pmr::vector<text_view>(&pool_);
+  held_ = std::pmr::vector<owned>(&pool_);
+  pool_.release();
+  reserve();
+}
+
+std::int64_t pieces::escaped_length() const {
+  std::int64_t length = 0;
+  for (const text_view& view : views_) length += grounding_fit::escaped_length(view);
+  return length;
+}
+
+}  // namespace grounding_fit

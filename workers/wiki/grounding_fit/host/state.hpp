@@ -1,0 +1,110 @@
+// What the module keeps as long as it is loaded: keys of the host's objects, the host's utilities,
+// and objects of its own.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "host/container.hpp"
+
+namespace grounding_fit::host {
+
+// The keys of the host's objects that the module reads or writes. One list gives the enumerators
+// and their texts, so that the two cannot differ.
+#define GROUNDING_FIT_KEYS(key)                                                                \
+  key(path) key(line_start) key(line_end) key(fqn) key(kind) key(file) key(line) key(end_line) \
+      key(signature) key(parameters) key(docstring) key(fan_in) key(inside_refs)               \
+          key(neighbour_refs) key(snippet) key(snippet_cut) key(body_digest) key(callees)      \
+              key(usage_example) key(related) key(has_tests) key(name) key(type) key(page_id)  \
+                  key(prior_markdown) key(grounding) key(symbols) key(citation_seeds)          \
+                      key(truncated)
+
+enum class key : std::size_t {
+#define GROUNDING_FIT_ENUMERATOR(name) name,
+  GROUNDING_FIT_KEYS(GROUNDING_FIT_ENUMERATOR)
+#undef GROUNDING_FIT_ENUMERATOR
+      count
+};
+
+inline constexpr std::array k_key_texts = {
+#define GROUNDING_FIT_TEXT(name) std::string_view(#name),
+    GROUNDING_FIT_KEYS(GROUNDING_FIT_TEXT)
+#undef GROUNDING_FIT_TEXT
+};
+constexpr std::string_view name_of(key which) {
+  return k_key_texts[static_cast<std::size_t>(which)];
+}
+// The step to the value under a key, for within().
+constexpr step step_to(key which) { return step::key(name_of(which)); }
+
+// What the host defines for the module.
+enum class utility : std::size_t {
+  estimate_tokens,
+  truncate_to_tokens,
+  norm,
+  file_cards_heading,
+  requested_context_heading,
+  count
+};
+
+// Objects that are made once, when the module is loaded.
+enum class kept : std::size_t {
+  fact_block_type,
+  grounding_parts_type,
+  section_budget_type,
+  default_policy,
+  page_policies,
+  code_floor,
+  count
+};
+
+// References that the collector's slots go through in one loop. The host gives the memory, all
+// zeros, so that no constructor runs.
+class module_state {
+ public:
+  handle operator[](key which) const { return refs_[at(which)]; }
+  handle operator[](utility which) const { return refs_[at(which)]; }
+  handle operator[](kept which) const { return refs_[at(which)]; }
+  template <class Name>
+  void keep(Name which, owned value) {
+    PyObject*& ref = refs_[at(which)];
+    const owned before = owned::steal_or_null(std::exchange(ref, value.release()));
+  }
+
+  void set_ready() { ready_ = true; }
+  int traverse(visitproc visit, void* arg) const noexcept;
+  void clear() noexcept;
+
+ private:
+  friend const module_state& loaded(const void* state);
+
+  static constexpr std::size_t k_utilities_at = static_cast<std::size_t>(key::count);
+  static constexpr std::size_t k_kept_at =
+      k_utilities_at + static_cast<std::size_t>(utility::count);
+  static constexpr std::size_t k_refs = k_kept_at + static_cast<std::size_t>(kept::count);
+
+  static constexpr std::size_t at(key which) { return static_cast<std::size_t>(which); }
+  static constexpr std::size_t at(utility which) {
+    return k_utilities_at + static_cast<std::size_t>(which);
+  }
+  static constexpr std::size_t at(kept which) {
+    return k_kept_at + static_cast<std::size_t>(which);
+  }
+
+  PyObject* refs_[k_refs];
+  bool ready_;  // nothing may be called before all of them are there, nor once they are let go
+};
+
+// The state at that address; ImportError when the module is not loaded (yet), as when a module of
+// the host that it imports calls it.
+const module_state& loaded(const void* state);
+
+// Keeps the text of every key.
+void keep_keys(module_state& state);
+
+// The value under a key of a host's object, or an empty handle.
+inline owned read(const module_state& state, dict object, key which) {
+  return object.get(state[which]);
+}
+
+}  // namespace grounding_fit::host

@@ -1,0 +1,77 @@
+// Reading the host's plain values, each as its plain type whatever subclass it is of, so that
+// reading one runs no host code.
+#pragma once
+
+#include "host/error.hpp"
+
+namespace grounding_fit::host {
+
+enum class kind { null, boolean, integer, real, text, array, object, other };
+
+inline kind kind_of(handle h) noexcept {
+  PyObject* p = h.get();
+  PyTypeObject* type = Py_TYPE(p);
+  if (type == &PyUnicode_Type) return kind::text;
+  if (type == &PyLong_Type) return kind::integer;
+  if (type == &PyDict_Type) return kind::object;
+  if (type == &PyList_Type || type == &PyTuple_Type) return kind::array;
+  if (p == Py_None) return kind::null;
+  if (type == &PyBool_Type) return kind::boolean;
+  if (type == &PyFloat_Type) return kind::real;
+  if (PyUnicode_Check(p)) return kind::text;
+  if (PyLong_Check(p)) return kind::integer;
+  if (PyDict_Check(p)) return kind::object;
+  if (PyList_Check(p) || PyTuple_Check(p)) return kind::array;
+  return PyFloat_Check(p) ? kind::real : kind::other;
+}
+
+// The value of a text that kind_of has recognised. The view lives as long as the text.
+inline text_view view_of(handle text) {
+  if (!version::make_ready(text.get())) throw raised{};
+  const unsigned width = PyUnicode_KIND(text.get());
+  const text_range range = PyUnicode_IS_ASCII(text.get()) ? text_range::ascii
+                           : width == 1                   ? text_range::latin_1
+                           : width == 2                   ? text_range::basic
+                                                          : text_range::full;
+  return {PyUnicode_DATA(text.get()), static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get())),
+          width, range};
+}
+
+inline bool truth_of(handle boolean) noexcept { return boolean.get() == Py_True; }
+inline double value_of_real(handle real) noexcept { return PyFloat_AS_DOUBLE(real.get()); }
+inline std::size_t size_of_dict(handle object) noexcept {
+  return static_cast<std::size_t>(PyDict_GET_SIZE(object.get()));
+}
+inline std::size_t size_of_array(handle array) noexcept {
+  return static_cast<std::size_t>(Py_SIZE(array.get()));
+}
+
+// True for null, false, 0, 0.0, and an empty text, array or object; and for an absent value (null
+// handle). Everything else counts as present. O(1).
+bool missing(handle value);
+
+// These refuse a value of another type.
+inline text_view expect_text(handle value) {
+  if (kind_of(value) != kind::text) refuse(fault::type, "a string", value);
+  return view_of(value);
+}
+std::int64_t expect_int64(handle value);  // OverflowError beyond 64 bits
+double expect_number(handle value);       // an integer beyond a double's range reads as infinite
+void expect_integer(handle value);        // of any size
+
+// The value as it is written into a text: a new or shared string. TypeError for what has no text.
+owned text_form(handle value);
+inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
+// The same text as a plain string: shared, or copied from a derived type.
+owned plain_text(owned text);
+// White space as the host's str.strip sees it.
+inline bool is_space(char32_t c) noexcept { return Py_UNICODE_ISSPACE(c); }
+
+// Length of a float in JSON.
+std::size_t real_length(handle real);
+
+// How many levels of containers a walk may go into: the host's recursion limit or the module's own,
+// which keeps the C stack whole whatever the host has set.
+int deepest_nesting() noexcept;
+
+}  // namespace grounding_fit::host

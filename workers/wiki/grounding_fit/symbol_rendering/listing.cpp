@@ -1,0 +1,70 @@
+#include "symbol_rendering/listing.hpp"
+
+namespace grounding_fit {
+
+using host::handle;
+using host::key;
+using host::module_state;
+using host::owned;
+
+namespace {
+
+text_view stripped(text_view text) {
+  std::size_t start = 0;
+  std::size_t end = text.length();
+  while (start < end && host::is_space(text[start])) ++start;
+  while (end > start && host::is_space(text[end - 1])) --end;
+  return text.slice(start, end - start);
+}
+
+// The signature, or else the documentation, whose first line says what the symbol is.
+owned description(const module_state& state, host::dict symbol) {
+  for (const key which : {key::signature, key::docstring}) {
+    const owned value = host::read(state, symbol, which);
+    if (host::missing(value)) continue;
+    return host::within(host::step_to(which), [&] { return host::text_form(value); });
+  }
+  return {};
+}
+
+}  // namespace
+
+listed_line::listed_line(const module_state& state, handle record, path_names& norm) {
+  const host::dict symbol = host::expect_dict(record);
+  start_ = read_line(state, symbol, key::line);
+  end_ = read_line(state, symbol, key::end_line);
+  start_.expect_writable();
+  if (end_ > start_) end_.expect_writable();
+  described_ = description(state, symbol);
+  if (described_) {
+    what_ = stripped(host::view_of(described_));
+    what_ = what_.slice(0, what_.find('\n'));
+  }
+  name_ = read_text_form(state, symbol, key::fqn);
+  kind_ = read_text_form(state, symbol, key::kind);
+  const owned file = read_file_name(state, symbol, norm);
+  host::within(host::place(host::step_to(key::file), "result of _norm"),
+               [&] { file_ = host::text_form(file); });
+}
+
+void listed_line::write(pieces& to) const {
+  to.add("- `");
+  to.add(host::view_of(name_));
+  to.add("` (");
+  to.add(host::view_of(kind_));
+  to.add(k_dash);
+  to.add(host::view_of(file_));
+  to.add(":L");
+  to.add_number(start_);
+  if (end_ > start_) {
+    to.add("-L");
+    to.add_number(end_);
+  }
+  if (what_.empty()) return;
+  to.add(": ");
+  const bool cut = what_.length() > k_listed_chars;
+  to.add(cut ? what_.slice(0, k_listed_chars - 3) : what_);
+  if (cut) to.add("...");
+}
+
+}  // namespace grounding_fit

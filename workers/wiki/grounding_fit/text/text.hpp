@@ -1,0 +1,5 @@
+// Texts as the host keeps them, and how much longer JSON makes them. Nothing here knows of Python.
+#pragma once
+
+#include "text/escape_growth.hpp"
+#include "text/text_view.hpp"

@@ -1,0 +1,126 @@
+#include "token_fitting/token_fitting.hpp"
+
+#include <algorithm>
+
+namespace grounding_fit {
+
+using host::handle;
+using host::module_state;
+using host::owned;
+using host::utility;
+
+namespace {
+
+// The blocks kept and the listing of the next ones, as texts that others keep alive.
+struct shown_texts {
+  std::vector<text_view> texts;
+
+  // Joined by blank lines, after `first`. The grounding leaves empty texts out; what the host is
+  // asked to estimate holds every block kept.
+  owned joined(text_view first, bool with_empty) const {
+    pieces text;
+    text.add(first);
+    bool any = !first.empty();
+    for (const text_view& piece : texts) {
+      if (piece.empty() && !with_empty) continue;
+      if (any) text.add("\n\n");
+      text.add(piece);
+      any = true;
+    }
+    return text.text();
+  }
+};
+
+owned truncated(const module_state& state, handle text, __int128 room) {
+  const owned tokens = host::new_unsigned(static_cast<std::uint64_t>(room));
+  owned cut = host::call(state[utility::truncate_to_tokens], text, tokens);
+  host::within("result of _truncate_to_tokens", [&] { host::expect_text(cut); });
+  return cut;
+}
+
+// The files of the fact blocks and those of the seeds, each once, in order of code points.
+owned sorted_files(grounding_parts parts, const std::vector<owned>& paths) {
+  host::text_set names;
+  for (const owned& file : host::items_of_set(parts.files())) {
+    host::within("parts.files", [&] { host::expect_text(file); });
+    names.add(file);
+  }
+  for (const owned& path : paths) names.add(path);
+  std::vector<owned> texts = names.texts();
+  std::sort(texts.begin(), texts.end(),
+            [](const owned& a, const owned& b) { return host::view_of(a) < host::view_of(b); });
+  return host::new_list(std::move(texts));
+}
+
+owned symbol_names(const module_state& state, const block_records& records) {
+  std::vector<owned> names;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    owned name =
+        host::within(records.place_of(i), [&] { return read_symbol_name(state, records[i]); });
+    if (name) names.push_back(std::move(name));
+  }
+  return host::new_list(std::move(names));
+}
+
+// What every candidate names, kept or not: seeds, files and names, in the order of the rules.
+void add_candidates(const module_state& state, grounding_parts parts, const fact_blocks& prose,
+                    const block_records& records, assembled_grounding& made) {
+  std::vector<owned> found, paths;
+  for_each_cited(state, records, [&](symbol_lines& lines) {
+    found.push_back(lines.seed(state));
+    paths.push_back(std::move(lines.path));
+  });
+  made.files = sorted_files(parts, paths);
+  made.symbols = symbol_names(state, records);
+  std::vector<owned> seeds;
+  add_citable(state, prose, seeds);
+  std::move(found.begin(), found.end(), std::back_inserter(seeds));
+  made.seeds = host::new_list(std::move(seeds));
+}
+
+}  // namespace
+
+std::int64_t estimate_tokens(const module_state& state, handle text) {
+  const owned tokens = host::call(state[utility::estimate_tokens], text);
+  return host::within("result of estimate_tokens", [&] { return host::expect_int64(tokens); });
+}
+
+code_budget code_budget_of(const module_state& state, handle fact_text, std::int64_t budget) {
+  code_budget split;
+  split.floor = static_cast<std::int64_t>(static_cast<double>(budget) * k_code_floor);
+  split.facts = estimate_tokens(state, fact_text);
+  split.share = std::max(__int128(split.floor), __int128(budget) - split.facts);
+  return split;
+}
+
+whole_blocks keep_whole(const module_state& state, std::span<const symbol_block> blocks,
+                        __int128 budget) {
+  return keep_whole(state, blocks.size(), budget,
+                    [&](std::size_t i) { return handle(blocks[i].text); });
+}
+
+assembled_grounding assemble_grounding(const module_state& state, grounding_parts parts,
+                                       std::int64_t budget) {
+  assembled_grounding made;
+  const fact_blocks prose(state, parts);
+  const owned facts = fact_text(prose);
+  made.split = code_budget_of(state, facts, budget);
+  const std::vector<symbol_block> blocks = take_symbol_blocks(parts);
+  made.bodies = keep_whole(state, blocks, made.split.share);
+  made.listed = listing_window(blocks.size(), made.bodies.count);
+  const owned listing = make_listing(state, block_records(blocks, made.bodies.count), made.listed);
+
+  shown_texts code;
+  for (std::size_t i = 0; i < made.bodies.count; ++i) {
+    code.texts.push_back(host::view_of(blocks[i].text));
+  }
+  if (made.listed > 0) code.texts.push_back(host::view_of(listing));
+  made.code = estimate_tokens(state, code.joined({}, true));
+  made.room = std::max<__int128>(0, __int128(budget) - made.code);
+  const owned cut = truncated(state, facts, made.room);
+  made.text = code.joined(host::view_of(cut), false);
+  add_candidates(state, parts, prose, block_records(blocks), made);
+  return made;
+}
+
+}  // namespace grounding_fit
