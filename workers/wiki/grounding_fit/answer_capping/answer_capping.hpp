@@ -11,4 +11,5 @@
 #include "answer_capping/json_measure.hpp"
 #include "answer_capping/note.hpp"
 #include "answer_capping/page_fit.hpp"
+#include "answer_capping/page_report.hpp"
 #include "answer_capping/search.hpp"

@@ -23,6 +23,9 @@ constexpr bool stays(verdict of) {
   return of == verdict::always_kept || of == verdict::kept_first || of == verdict::fits;
 }
 
+// Whether sizes that decide nothing are left unknown, or all are taken, for a report.
+enum class sizing { needed, all };
+
 // What became of one fact block, and the numbers that decided it, in JSON characters.
 struct fact_decision {
   verdict outcome = verdict::undecided;
@@ -30,6 +33,10 @@ struct fact_decision {
   std::optional<double> share;  // the most that its kind may cost, where there is a limit
   std::int64_t share_used = 0;  // of that share, by blocks before it
   __int128 tried = 0;           // the answer with it and no body, where the cap was asked
+
+  // Of the block, for a report alone:
+  host::owned label, key;
+  std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
 };
 
 // What the policy of a page says of its fact blocks.
@@ -117,7 +124,7 @@ verdict decide_fact(fact_decision& now, std::size_t fact, const answer_room& roo
 }
 
 // A block that does not fit ends nothing: smaller ones after it are still tried.
-template <fact_measure Measure>
+template <sizing Sizing, fact_measure Measure>
 auto choose_facts(const fact_policy& policy, std::vector<page_fact>& facts, Measure& measure)
     -> fact_choice<typename Measure::shown> {
   std::vector<fact_decision> decisions(facts.size());
@@ -134,10 +141,10 @@ auto choose_facts(const fact_policy& policy, std::vector<page_fact>& facts, Meas
     std::int64_t* taken = now.share ? &used[host::view_of(facts[i].block().key())] : nullptr;
     if (taken != nullptr) now.share_used = *taken;
     now.outcome = decide_fact(now, i, room, measure, kept);
-    if (!stays(now.outcome)) {
+    if (stays(now.outcome)) {
+      if (taken != nullptr) *taken += now.cost.total();
+    } else if (Sizing == sizing::needed) {
       facts[i].leave_out();
-    } else if (taken != nullptr) {
-      *taken += now.cost.total();
     }
   }
   return {room, std::move(decisions), std::move(kept)};

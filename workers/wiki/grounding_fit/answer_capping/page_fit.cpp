@@ -45,10 +45,12 @@ class left_out {
 };
 
 page_symbols take_symbols(const module_state& state, std::vector<symbol_block> blocks,
-                          const fact_blocks& prose, std::int64_t budget, whole_blocks& within) {
+                          const fact_blocks& prose, std::int64_t budget, page_fit& fit) {
   const owned text = fact_text(prose);  // as large as all facts together, so not kept
-  within = keep_whole(state, blocks, code_budget_of(state, text, budget).share);
-  return page_symbols(state, std::move(blocks), within.count);
+  fit.tokens = code_budget_of(state, text, budget);
+  fit.within_tokens = keep_whole(state, blocks, fit.tokens.share);
+  fit.symbols = blocks.size();
+  return page_symbols(state, std::move(blocks), fit.within_tokens.count);
 }
 
 // Most bodies first, and where there is room for none, most lines.
@@ -97,25 +99,54 @@ void make_room(page_fit& fit, const left_out& items, rebuilt_answer& answer,
   }
 }
 
-void rebuild(page_fit& fit, const module_state& state, const given_answer& given, json_meter& meter,
-             const owned& prior, grounding_parts parts, std::int64_t budget) {
-  std::vector<symbol_block> blocks = take_symbol_blocks(parts);
-  const fact_blocks prose(state, parts);
-  page_symbols symbols = take_symbols(state, std::move(blocks), prose, budget, fit.within_tokens);
-  rebuilt_answer answer(state, given, prose, symbols, meter);
-  auto chosen = choose_facts(fact_policy(state, parts), answer.facts(), answer);
-  const left_out items(prior, prose, chosen.decisions);
+// What a report tells of each fact block beside the numbers that decided it.
+void add_details(const module_state& state, const fact_blocks& prose, std::vector<page_fact>& facts,
+                 std::vector<fact_decision>& decisions) {
+  tally shown;  // seeds of the blocks that stay so far
+  for (std::size_t i = 0; i < facts.size(); ++i) {
+    fact_decision& each = decisions[i];
+    each.label = prose[i].label();
+    each.key = host::share(prose[i].key());
+    if (!host::succeeds([&] { facts[i].read_seeds(state); })) continue;
+    tally with = shown;
+    for (std::size_t seed = 0; seed < facts[i].seeds(); ++seed) {
+      if (facts[i].is_citable(seed)) with.add(facts[i].seed_at(seed).size());
+    }
+    each.citable_seeds = with.bracketed() - shown.bracketed();
+    if (stays(each.outcome)) shown = with;
+  }
+}
+
+// What a call has been given, and what is known of it before its grounding is rebuilt.
+struct page_call {
+  const module_state& state;
+  const given_answer& given;
+  json_meter& meter;
+  grounding_parts parts;
+  std::int64_t budget;
+  owned prior;  // what the note says of a prior markdown that is cut
+};
+
+template <sizing Sizing>
+void rebuild(page_fit& fit, const page_call& call) {
+  const module_state& state = call.state;
+  std::vector<symbol_block> blocks = take_symbol_blocks(call.parts);
+  const fact_blocks prose(state, call.parts);
+  page_symbols symbols = take_symbols(state, std::move(blocks), prose, call.budget, fit);
+  rebuilt_answer answer(state, call.given, prose, symbols, call.meter);
+  auto chosen = choose_facts<Sizing>(fact_policy(state, call.parts), answer.facts(), answer);
+  const left_out items(call.prior, prose, chosen.decisions);
   fit.code = most_code(answer, chosen.kept, symbols);
   make_room(fit, items, answer, chosen.kept, symbols);
   fit.outcome = fit_outcome::rebuilt;
   if (!fits(fit.size)) {
     fit.outcome = fit_outcome::over_cap;
     fit.note.text = items.note(fit.code.shown, symbols.count(), note_end::ask_and_say_over);
-    fit.size -= fit.note.chars;
-    fit.note.chars = escaped_length(host::view_of(fit.note.text));
+    fit.size -= std::exchange(fit.note.chars, escaped_length(host::view_of(fit.note.text)));
     fit.size += fit.note.chars;
   }
   fit.answer = answer.build(chosen.decisions, fit.code.shown, fit.note.text);
+  if (Sizing == sizing::all) add_details(state, prose, answer.facts(), chosen.decisions);
   fit.room = chosen.room;
   fit.facts = std::move(chosen.decisions);
 }
@@ -142,6 +173,7 @@ bool fits_without_prior(page_fit& fit, const module_state& state, const given_an
 
 }  // namespace
 
+template <sizing Sizing>
 page_fit fit_page_context(const module_state& state, handle result, grounding_parts parts,
                           std::int64_t budget) {
   page_fit fit;
@@ -152,14 +184,19 @@ page_fit fit_page_context(const module_state& state, handle result, grounding_pa
     fit.answer = host::share(result);
     return fit;
   }
-  owned prior;
+  page_call call = {state, given, meter, parts, budget, {}};
   if (given.has_prior()) {
     const std::size_t prior_chars = given.prior().length();
-    prior = prior_item(prior_chars, given.page_id());
-    if (fits_without_prior(fit, state, given, prior)) return fit;
+    call.prior = prior_item(prior_chars, given.page_id());
+    if (fits_without_prior(fit, state, given, call.prior)) return fit;
   }
-  rebuild(fit, state, given, meter, prior, parts, budget);
+  rebuild<Sizing>(fit, call);
   return fit;
 }
+
+template page_fit fit_page_context<sizing::needed>(const module_state&, handle, grounding_parts,
+                                                   std::int64_t);
+template page_fit fit_page_context<sizing::all>(const module_state&, handle, grounding_parts,
+                                                std::int64_t);
 
 }  // namespace grounding_fit

@@ -40,7 +40,9 @@ struct page_fit {
   std::int64_t given = 0, size = 0;  // of the host's answer and of this one
   note_decision note;
 
-  whole_blocks within_tokens;
+  code_budget tokens;          // of the bodies, by the token budget
+  whole_blocks within_tokens;  // that it keeps
+  std::size_t symbols = 0;     // in all
   answer_room room;
   std::vector<fact_decision> facts;
   code_decision code;
@@ -48,6 +50,7 @@ struct page_fit {
 
 // The answer itself when it fits, else one under the cap with its note. Asks the host's _norm once
 // for each text.
+template <sizing Sizing>
 page_fit fit_page_context(const host::module_state& state, host::handle result,
                           grounding_parts parts, std::int64_t budget);
 

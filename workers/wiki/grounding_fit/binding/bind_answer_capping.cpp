@@ -120,7 +120,7 @@ Raises ValueError when the code_floor's product with the room is not finite.)",
       json_meter meter;
       std::vector<page_fact> facts = take_page_facts(prose, meter);
       host_measure measure(given[1], given[2], prose);
-      const auto chosen = choose_facts(fact_policy(state, parts), facts, measure);
+      const auto chosen = choose_facts<sizing::needed>(fact_policy(state, parts), facts, measure);
 
       std::vector<owned> labels;
       for (std::size_t i = 0; i < facts.size(); ++i) {
@@ -128,6 +128,13 @@ Raises ValueError when the code_floor's product with the room is not finite.)",
       }
       return host::tuple_of(measure.list(chosen.kept), host::new_list(std::move(labels)));
     }};
+
+template <sizing Sizing>
+page_fit fit_given(const module_state& state, const arguments& given) {
+  const grounding_parts parts = expect_parts(state, given[1]);
+  within("result", [&] { host::expect_dict(given[0]); });
+  return fit_page_context<Sizing>(state, given[0], parts, expect_int64("budget", given[2]));
+}
 
 constexpr function k_fit_page_context = {
     R"(_fit_page_context($module, /, result, parts, budget)
@@ -140,18 +147,32 @@ budget: int, the page's budget in tokens. A capped answer is a new dict whose `t
 what was left out; only one whose other fields alone exceed the cap comes back over it.
 Raises KeyError('page_id') when a prior_markdown must go and the answer has no page_id.)",
     [](const module_state& state, const arguments& given) {
-      const grounding_parts parts = expect_parts(state, given[1]);
-      within("result", [&] { host::expect_dict(given[0]); });
-      const std::int64_t budget = expect_int64("budget", given[2]);
-      return std::move(fit_page_context(state, given[0], parts, budget).answer);
+      return std::move(fit_given<sizing::needed>(state, given).answer);
+    }};
+
+constexpr function k_explain_page_context = {
+    R"(explain_page_context($module, /, result, parts, budget)
+--
+
+Return (answer, report): what _fit_page_context gives, and every decision that made it.
+
+Takes, raises and asks of the host what _fit_page_context does. The report is a dict that JSON can
+hold, its sizes in JSON characters: the outcome, the room and what of it was kept for code, for
+every fact block its verdict and by how much it fell short, what stopped the bodies, and what the
+note took off. docs/fitting.md shows how to read one.)",
+    [](const module_state& state, const arguments& given) {
+      page_fit fit = fit_given<sizing::all>(state, given);
+      owned report = report_of(fit);
+      return host::tuple_of(std::move(fit.answer), std::move(report));
     }};
 
 }  // namespace
 
 void add_answer_capping(methods& table) {
-  table.insert(table.end(), {entry<k_json_size>::method(), entry<k_cap_note>::method(),
-                             entry<k_code_cut>::method(), entry<k_most>::method(),
-                             entry<k_fit_prose>::method(), entry<k_fit_page_context>::method()});
+  table.insert(table.end(),
+               {entry<k_json_size>::method(), entry<k_cap_note>::method(),
+                entry<k_code_cut>::method(), entry<k_most>::method(), entry<k_fit_prose>::method(),
+                entry<k_fit_page_context>::method(), entry<k_explain_page_context>::method()});
 }
 
 }  // namespace grounding_fit

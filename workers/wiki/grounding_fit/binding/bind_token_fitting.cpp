@@ -42,6 +42,11 @@ budget: int, in tokens. The code has _SYM_BUDGET_FLOOR of it, or what the fact t
       return host::new_unsigned(kept.count);
     }};
 
+owned tuple_of(assembled_grounding& made) {
+  return host::tuple_of(std::move(made.text), std::move(made.symbols), std::move(made.files),
+                        std::move(made.seeds));
+}
+
 constexpr function k_assemble_grounding = {
     R"(_assemble_grounding($module, /, parts, budget)
 --
@@ -55,15 +60,32 @@ take the text past its budget.)",
     [](const module_state& state, const arguments& given) {
       const grounding_parts parts = expect_parts(state, given[0]);
       assembled_grounding made = assemble_grounding(state, parts, expect_int64("budget", given[1]));
-      return host::tuple_of(std::move(made.text), std::move(made.symbols), std::move(made.files),
-                            std::move(made.seeds));
+      return tuple_of(made);
+    }};
+
+constexpr function k_explain_grounding = {
+    R"(explain_grounding($module, /, parts, budget)
+--
+
+Return (grounding, report): the tuple of _assemble_grounding, and every decision that made it.
+
+Takes and raises what _assemble_grounding does, and asks the host for two estimates more: of the
+cut fact text and of the finished text. The report is a dict that JSON can hold, its sizes in
+tokens. docs/fitting.md shows how to read one.)",
+    [](const module_state& state, const arguments& given) {
+      const grounding_parts parts = expect_parts(state, given[0]);
+      const std::int64_t budget = expect_int64("budget", given[1]);
+      assembled_grounding made = assemble_grounding(state, parts, budget);
+      owned report = report_of(state, made, budget);
+      return host::tuple_of(tuple_of(made), std::move(report));
     }};
 
 }  // namespace
 
 void add_token_fitting(methods& table) {
-  table.insert(table.end(), {entry<k_assemble_blocks>::method(), entry<k_blocks_within>::method(),
-                             entry<k_assemble_grounding>::method()});
+  table.insert(table.end(),
+               {entry<k_assemble_blocks>::method(), entry<k_blocks_within>::method(),
+                entry<k_assemble_grounding>::method(), entry<k_explain_grounding>::method()});
 }
 
 }  // namespace grounding_fit

@@ -134,6 +134,14 @@ void raise_size_mismatch(std::int64_t measured, std::int64_t built) {
   throw raised{};
 }
 
+bool forget_error() noexcept {
+  if (!PyErr_ExceptionMatches(PyExc_Exception) || PyErr_ExceptionMatches(PyExc_MemoryError)) {
+    return false;
+  }
+  PyErr_Clear();
+  return true;
+}
+
 owned take_error() {
   PyObject *type, *value, *traceback;
   PyErr_Fetch(&type, &value, &traceback);

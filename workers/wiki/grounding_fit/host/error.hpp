@@ -83,6 +83,24 @@ decltype(auto) within(step here, Body&& body) {
 // Sets AssertionError: the sizes of a candidate, measured and built, that must be the same.
 [[noreturn]] void raise_size_mismatch(std::int64_t measured, std::int64_t built);
 
+// Forgets the host's error when it is an ordinary one; false for what no caller may swallow, such
+// as a lack of memory.
+bool forget_error() noexcept;
+
+// Runs what only a report wants to know: false when a value is refused or host code fails.
+template <class Body>
+bool succeeds(Body&& body) {
+  try {
+    body();
+    return true;
+  } catch (const bad_value&) {
+    return false;
+  } catch (const raised&) {
+    if (!forget_error()) throw;
+    return false;
+  }
+}
+
 // The host's error as a value, with its class set right, so that another can be set in its place.
 owned take_error();
 

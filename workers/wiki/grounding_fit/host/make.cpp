@@ -66,6 +66,15 @@ owned new_tuple(std::vector<owned> values) {
 }
 
 owned new_integer(std::int64_t value) { return owned::steal(PyLong_FromLongLong(value)); }
+owned new_wide_integer(__int128 value) {
+  const auto low = static_cast<std::int64_t>(value);
+  if (low == value) return new_integer(low);
+  const owned high = new_integer(static_cast<std::int64_t>(value >> 64));
+  const owned shifted = owned::steal(PyNumber_Lshift(high.get(), new_integer(64).get()));
+  const owned rest = new_unsigned(static_cast<std::uint64_t>(value));
+  return owned::steal(PyNumber_Or(shifted.get(), rest.get()));
+}
+owned new_boolean(bool value) { return share(value ? Py_True : Py_False); }
 owned new_unsigned(std::uint64_t value) { return owned::steal(PyLong_FromUnsignedLongLong(value)); }
 owned new_real(double value) { return owned::steal(PyFloat_FromDouble(value)); }
 owned new_dict() { return owned::steal(PyDict_New()); }

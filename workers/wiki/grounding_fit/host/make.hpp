@@ -1,6 +1,7 @@
 // New values of the host's.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -16,11 +17,33 @@ owned empty_text();
 owned new_list(std::vector<owned> values);
 owned new_tuple(std::vector<owned> values);
 owned new_integer(std::int64_t value);
+owned new_wide_integer(__int128 value);
 owned new_unsigned(std::uint64_t value);
 owned new_real(double value);
 owned new_dict();
 void set_item(handle dict, handle key, handle value);
 inline owned null() noexcept { return share(Py_None); }
+
+owned new_boolean(bool value);
+
+// An object made member by member, as reports are: new_object().add("kept", true).add("size", 3).
+class new_object {
+ public:
+  template <class Value>
+  new_object& add(std::string_view key, Value value) {
+    set_item(made_, new_text(key), of(std::move(value)));
+    return *this;
+  }
+  owned take() { return std::move(made_); }
+
+ private:
+  static owned of(owned value) { return value; }
+  static owned of(std::same_as<bool> auto value) { return new_boolean(value); }
+  static owned of(std::string_view text) { return new_text(text); }
+  static owned of(__int128 value) { return new_wide_integer(value); }
+
+  owned made_ = new_dict();
+};
 
 // A tuple of values that were made for it: tuple_of(new_integer(1), new_text("a")).
 template <class... Values>

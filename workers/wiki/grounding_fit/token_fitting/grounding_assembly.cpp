@@ -1,4 +1,4 @@
-#include "token_fitting/token_fitting.hpp"
+#include "token_fitting/grounding_assembly.hpp"
 
 #include <algorithm>
 
@@ -107,6 +107,7 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   made.split = code_budget_of(state, facts, budget);
   const std::vector<symbol_block> blocks = take_symbol_blocks(parts);
   made.bodies = keep_whole(state, blocks, made.split.share);
+  made.candidates = blocks.size();
   made.listed = listing_window(blocks.size(), made.bodies.count);
   const owned listing = make_listing(state, block_records(blocks, made.bodies.count), made.listed);
 
@@ -117,8 +118,8 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   if (made.listed > 0) code.texts.push_back(host::view_of(listing));
   made.code = estimate_tokens(state, code.joined({}, true));
   made.room = std::max<__int128>(0, __int128(budget) - made.code);
-  const owned cut = truncated(state, facts, made.room);
-  made.text = code.joined(host::view_of(cut), false);
+  made.facts = truncated(state, facts, made.room);
+  made.text = code.joined(host::view_of(made.facts), false);
   add_candidates(state, parts, prose, block_records(blocks), made);
   return made;
 }

@@ -1,0 +1,64 @@
+// The API path: whole symbol blocks under a token budget, the next ones listed, the fact text cut
+// to what they leave. Every size here is in tokens, as the host estimates them.
+#pragma once
+
+#include "symbol_rendering/symbol_rendering.hpp"
+
+namespace grounding_fit {
+
+std::int64_t estimate_tokens(const host::module_state& state, host::handle text);
+
+// The code's part of a token budget: its floor, or what the whole fact text leaves when that is
+// more.
+struct code_budget {
+  std::int64_t floor = 0;
+  std::int64_t facts = 0;  // of the fact text before it is cut
+  __int128 share = 0;
+};
+code_budget code_budget_of(const host::module_state& state, host::handle fact_text,
+                           std::int64_t budget);
+
+// The blocks, from the first on, that a number of tokens keeps whole.
+struct whole_blocks {
+  std::size_t count = 0;
+  __int128 used = 0;      // by those blocks; a sum of 64-bit counts, however many
+  std::int64_t next = 0;  // what the block after them costs, where there is one
+};
+
+// The first block always stays. Asks the host for the tokens of each block up to the first that
+// does not fit. `text_of(i)` is a string.
+template <class TextOf>
+whole_blocks keep_whole(const host::module_state& state, std::size_t blocks, __int128 budget,
+                        TextOf&& text_of) {
+  whole_blocks kept;
+  for (; kept.count < blocks; ++kept.count) {
+    kept.next = estimate_tokens(state, text_of(kept.count));
+    if (kept.count > 0 && kept.used + kept.next > budget) break;
+    kept.used += kept.next;
+  }
+  return kept;
+}
+whole_blocks keep_whole(const host::module_state& state, std::span<const symbol_block> blocks,
+                        __int128 budget);
+
+// How many symbols may be listed after so many that have their body.
+inline std::size_t listing_window(std::size_t symbols, std::size_t bodies) {
+  return std::min(k_listed_max, symbols - bodies);
+}
+
+// A grounding under its budget: what every candidate names, and the decisions that made the text.
+struct assembled_grounding {
+  host::owned text, symbols, files, seeds;
+
+  host::owned facts;           // the fact text as it was cut
+  std::size_t candidates = 0;  // symbol blocks in all
+  code_budget split;
+  whole_blocks bodies;
+  std::size_t listed = 0;
+  std::int64_t code = 0;  // of bodies and listing together
+  __int128 room = 0;      // that they leave to the facts, never below 0
+};
+assembled_grounding assemble_grounding(const host::module_state& state, grounding_parts parts,
+                                       std::int64_t budget);
+
+}  // namespace grounding_fit
