@@ -1,4 +1,4 @@
-"""Count the processor's instructions that a call takes, which repeats where times do not.
+"""Counts the processor's instructions that a call takes, which repeats where times do not.
 
 The pages are made at full speed and pickled; a child process under valgrind loads them and calls
 the module over a host whose utilities are built in. Its processor is valgrind's, which has AVX2 and
@@ -9,6 +9,7 @@ no AVX-512. With the built module's folder, the project root and the tests' fold
 
 import argparse
 import gc
+import importlib
 import os
 import pickle
 import subprocess
@@ -19,9 +20,9 @@ from itertools import repeat
 from pathlib import Path
 from unittest import mock
 
+OPERATIONS = ("_fit_page_context", "_assemble_grounding")
 WARM_UP = 5  # calls before the counted ones, so that hashes and caches are there
 COUNTED = 20
-OPERATIONS = ("_fit_page_context", "_assemble_grounding")
 MARK = "getppid"  # a function of libc that nothing else calls; valgrind dumps before each call
 
 
@@ -41,20 +42,34 @@ class PageUnpickler(pickle.Unpickler):
         return sys.intern(name)
 
 
+def make(path: str) -> None:
+    """Pickle the utilities, the budget and the pages whose answers are cut into a file."""
+    import pages  # reads the whole example, which would take long under valgrind
+
+    fit = pages.load(pages.BUILT_IN)[0]
+    library = pages.read_library()
+    made = [pages.make_page(fit, count, library) for count in pages.CUT]
+    with open(path, "wb") as file, mock.patch.dict(sys.modules, grounding_fit=fit):
+        pickle.dump((pages.BUILT_IN, pages.CHARS), file)
+        PagePickler(file).dump([(page.answer, page.parts) for page in made])
+    for page in made:
+        print(page.name)
+
+
 def count(path: str) -> None:
     """Make the marked calls on the pages of a file; only valgrind sees what they cost."""
-    from workers import context_builder
-    from workers.wiki import repo_facts
-
+    homes = [
+        importlib.import_module(f"workers.{home}")
+        for home in ("context_builder", "wiki.repo_facts")
+    ]
     with open(path, "rb") as file:
         utilities, budget = pickle.load(file)
-        for module in (context_builder, repo_facts):
-            for name in utilities.keys() & vars(module).keys():
-                setattr(module, name, utilities[name])
-        fit = __import__("grounding_fit")
-        pages = PageUnpickler(file).load()
+        for home in homes:
+            vars(home).update(utilities)  # before the module is loaded, which keeps them
+        fit = importlib.import_module("grounding_fit")
+        made = PageUnpickler(file).load()
     gc.disable()
-    for _, answer, parts in pages:
+    for answer, parts in made:
         for call in (
             partial(fit._fit_page_context, answer, parts, budget),
             partial(fit._assemble_grounding, parts, budget),
@@ -68,40 +83,36 @@ def count(path: str) -> None:
             os.getppid()
 
 
-def make(path: str) -> None:
-    """Pickle the pages whose answers are cut, the utilities and the budget into a file."""
-    import bench
+def totals(folder: str) -> list[int]:
+    """Return the instructions of each stretch that ended with a mark, in order."""
+    dumps = sorted(Path(folder).glob("out.*"), key=lambda file: int(file.suffix[1:]))
+    return [
+        int(line.split()[1])
+        for dump in dumps
+        for line in dump.read_text().splitlines()
+        if line.startswith("totals:")
+    ]
 
-    fit = bench.load(bench.BUILT_IN)[0]
-    library = bench.read_library()
-    pages = [bench.make_page(fit, size, *library) for size in bench.SIZES if size != bench.FITS]
-    with open(path, "wb") as file, mock.patch.dict(sys.modules, grounding_fit=fit):
-        pickle.dump((bench.BUILT_IN, bench.CHARS), file)
-        PagePickler(file).dump([(page.name, page.answer, page.parts) for page in pages])
 
-
-def instructions(names: list[str]) -> dict[tuple[str, str], float]:
-    """Return the instructions of a call by operation and page."""
+def instructions(build: str | None = None) -> dict[tuple[str, str], float]:
+    """Return the instructions of a call by operation and page, for a build folder if one is given."""
     environment = {**os.environ, "PYTHONHASHSEED": "0"}
+    if build:
+        environment["PYTHONPATH"] = os.pathsep.join([build, environment["PYTHONPATH"]])
+    run = partial(subprocess.run, env=environment, check=True, stdout=subprocess.PIPE, text=True)
+    script = [sys.executable, __file__]
     with tempfile.TemporaryDirectory() as folder:
-        pages = f"{folder}/pages"
-        script = [sys.executable, __file__]
-        subprocess.run([*script, "--make", pages], env=environment, check=True)
+        file = f"{folder}/pages"
+        names = run([*script, "--make", file]).stdout.splitlines()
         valgrind = ["valgrind", "--quiet", "--tool=callgrind", f"--dump-before={MARK}"]
         valgrind.append(f"--callgrind-out-file={folder}/out")
-        subprocess.run([*valgrind, *script, "--count", pages], env=environment, check=True)
-        dumps = sorted(Path(folder).glob("out.*"), key=lambda file: int(file.suffix[1:]))
-        totals = [
-            int(line.split()[1])
-            for dump in dumps
-            for line in dump.read_text().splitlines()
-            if line.startswith("totals:")
-        ]
-    counted = [total / COUNTED for total in totals[1::2]]  # the others are between two calls
+        run([*valgrind, *script, "--count", file])
+        counted = totals(folder)
     keys = [(operation, name) for name in names for operation in OPERATIONS]
-    if len(totals) != 2 * len(keys):
-        raise SystemExit(f"valgrind marked {len(totals)} stretches, not {2 * len(keys)}")
-    return dict(zip(keys, counted))
+    if len(counted) != 2 * len(keys):
+        raise SystemExit(f"valgrind marked {len(counted)} stretches, not {2 * len(keys)}")
+    between = counted[1::2]  # the others lead up to the first call of a kind
+    return {key: total / COUNTED for key, total in zip(keys, between)}
 
 
 def main() -> None:
@@ -111,15 +122,13 @@ def main() -> None:
     parser.add_argument("--count", metavar="FILE", help=argparse.SUPPRESS)
     args = parser.parse_args()
     if args.make:
-        return make(args.make)
-    if args.count:
-        return count(args.count)
-    print(f"{'operation':<20} {'page':>9} {'instructions':>12}")
-    names = ["40/12", "120/25", "400/60", "1,200/250"]
-    counts = instructions(names)
-    for operation in OPERATIONS:
-        for name in names:
-            print(f"{operation:<20} {name:>9} {counts[operation, name]:>12,.0f}")
+        make(args.make)
+    elif args.count:
+        count(args.count)
+    else:
+        print(f"{'operation':<20} {'page':>9} {'instructions':>12}")
+        for (operation, page), counted in sorted(instructions().items(), key=lambda row: row[0][0]):
+            print(f"{operation:<20} {page:>9} {counted:>12,.0f}")
 
 
 if __name__ == "__main__":
