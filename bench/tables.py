@@ -1,0 +1,272 @@
+"""Measures what the bench tells, a table at a time. Times are in µs where nothing else is said."""
+
+import json
+import os
+import pickle
+import sys
+import textwrap
+from collections.abc import Callable
+from dataclasses import dataclass
+from functools import partial
+from unittest import mock
+
+import grounding_fit
+import memory
+import pages
+from pages import Library, Page
+from timing import clock
+
+try:
+    import orjson
+except ImportError:
+    orjson = None
+
+WIDEST = {1: ("é", "latin-1"), 2: ("—", "utf-16-le"), 4: ("😀", "utf-32-le")}
+SCANNED = [  # bytes of a character, characters
+    (2, 24),
+    (2, 200),
+    (2, 2_000),
+    (2, 40_000),
+    (2, 1_000_000),
+    (1, 200),
+    (1, 40_000),
+    (4, 200),
+    (4, 40_000),
+]
+Cell = str | int | float
+Ratios = dict[tuple, float]  # by what was measured: how often the module's time goes into the other
+
+
+@dataclass(frozen=True)
+class Table:
+    """A table, with a sentence that says what stands in it."""
+
+    caption: str
+    intro: str
+    titles: list[str]
+    rows: list[list[Cell]]
+
+    def markdown(self) -> str:
+        """Return the table as Markdown, its numbers to the right."""
+        ruler = "|:--|" + "--:|" * (len(self.titles) - 1)
+        head = [f"### {self.caption}", "", textwrap.fill(self.intro, 100), ""]
+        return "\n".join([*head, row_text(self.titles), ruler, *map(row_text, self.rows)])
+
+
+def row_text(cells: list[Cell]) -> str:
+    """Return a row of a table as Markdown; fractions get one decimal."""
+    shown = []
+    for cell in cells:
+        if isinstance(cell, float):
+            cell = f"{cell:,.1f}"
+        shown.append(f"{cell:,}" if isinstance(cell, int) else cell)
+    return f"| {' | '.join(shown)} |"
+
+
+class Sides:
+    """The module and the plain model over one host, and the pages that both fit."""
+
+    def __init__(self, host: str, utilities: dict[str, Callable], budget: int, library: Library):
+        self.host = host
+        self.budget = budget
+        self.module, self.plain = pages.load(utilities)
+        self.pages = [pages.make_page(self.module, count, library) for count in pages.SIZES]
+        self.operations = list(pages.operations(self.module, self.pages[0], budget))
+
+    def calls(self, operation: str, page: Page) -> list[Callable]:
+        """Return the module's call and the plain model's."""
+        sides = (self.module, self.plain)
+        return [pages.operations(side, page, self.budget)[operation] for side in sides]
+
+    def agreed(self, operation: str, page: Page) -> object:
+        """Return the result of both sides; the bench ends when they differ."""
+        result, expected = (call() for call in self.calls(operation, page))
+        texts = json.dumps(result), json.dumps(expected)  # in which the order of keys shows
+        if texts[0] != texts[1]:
+            at = len(os.path.commonprefix(texts))
+            near = [text[max(0, at - 60) : at + 60] for text in texts]
+            raise SystemExit(f"{operation}, {page.name}: ...{near[0]}... is not ...{near[1]}...")
+        return result
+
+
+def kept(page: Page, answer: dict) -> list[Cell]:
+    """Return what an answer keeps of its page; fail when that is not what the page is for."""
+    bodies = sum(text in answer["grounding"] for text, _ in page.parts.blocks)
+    facts = sum(block.text in answer["grounding"] for block in page.parts.prose)
+    cut = 0 < bodies < len(page.symbols) and 0 < facts < len(page.parts.prose)
+    as_meant = cut
+    if len(page.symbols) == pages.FITS:
+        as_meant = answer is page.answer
+    if not as_meant:
+        raise SystemExit(f"{page.name}: {bodies} bodies and {facts} fact blocks stay")
+    sizes = [len(json.dumps(each, ensure_ascii=False)) for each in (page.answer, answer)]
+    return [page.name, *sizes, bodies, facts]
+
+
+def answers(sides: Sides) -> Table:
+    """Say what the answers keep, once every result of the module is the plain model's too."""
+    rows = []
+    for page in sides.pages:
+        results = {name: sides.agreed(name, page) for name in sides.operations}
+        rows.append(kept(page, results["_fit_page_context"]))
+    return Table(
+        f"Answers cut with a budget of {sides.budget:,}, host {sides.host}",
+        "What the pages are: both sides give exactly these answers, or the bench fails.",
+        ["symbols/fact blocks", "characters given", "given back", "bodies kept", "facts kept"],
+        rows,
+    )
+
+
+def times(sides: Sides, seconds: float) -> tuple[Table, Ratios]:
+    """Time every operation on every page on both sides by turns."""
+    ratios = {}
+    rows = []
+    for operation in sides.operations:
+        for page in sides.pages:
+            ours, plain = clock(seconds, *sides.calls(operation, page))
+            ratio = ratios[operation, page.name] = plain.median / ours.median
+            measured = [1e6 * each for each in (ours.median, ours.least, plain.median, plain.least)]
+            least_ratio = plain.least / ours.least
+            rows.append([f"`{operation}` {page.name}", *measured, ratio, least_ratio])
+    table = Table(
+        f"Times in µs, host {sides.host}",
+        "Module and plain Python take turns in one process; the ratio is of the medians.",
+        ["operation", "module, median", "least", "plain, median", "least", "ratio", "of the least"],
+        rows,
+    )
+    return table, ratios
+
+
+def one_core(sides: Sides, seconds: float) -> Table:
+    """Time both paths beside the pickling of their whole page."""
+
+    def pickled(page: Page) -> object:
+        return pickle.loads(pickle.dumps((page.answer, page.parts), pickle.HIGHEST_PROTOCOL))
+
+    rows = []
+    for page in sides.pages:
+        fit, assemble = (sides.calls(name, page)[0] for name in sides.operations[:2])
+        with mock.patch.dict(sys.modules, grounding_fit=sides.module):
+            size = len(pickle.dumps((page.answer, page.parts), pickle.HIGHEST_PROTOCOL))
+            timings = clock(seconds, fit, assemble, partial(pickled, page))
+        agent, api, sent = (timing.median for timing in timings)
+        both = agent + api
+        rows.append(
+            [page.name, 1e6 * agent, 1e6 * both, int(1 / both), size, 1e6 * sent, sent / agent]
+        )
+    return Table(
+        f"Pages a second of one core, host {sides.host}",
+        "Beside fitting a page: what it costs to pickle and unpickle its answer and its parts, as "
+        "sending them to another process would.",
+        [
+            "symbols/fact blocks",
+            "agent path",
+            "both paths",
+            "pages a second",
+            "bytes pickled",
+            "pickled and back",
+            "times the agent path",
+        ],
+        rows,
+    )
+
+
+def scan(code: str, width: int, length: int, seconds: float) -> list[float]:
+    """Return the ns that a text's measure, and a search of all its memory, take above nothing."""
+    widest, encoding = WIDEST[width]
+    size = grounding_fit._json_size
+    text = widest + (code * (length // len(code) + 1))[: length - 1]
+    memory_of_text = text.encode(encoding)
+    absent = b"\xff"
+    if size(text) != len(json.dumps(text, ensure_ascii=False)) or absent in memory_of_text:
+        raise SystemExit(f"a text of {length} characters is not measured as its JSON text")
+    calls = [(size, text), (size, ""), (memory_of_text.find, absent), (b"".find, absent)]
+    measured = clock(seconds, *(partial(*call) for call in calls))
+    sized, sized_nothing, found, found_nothing = (1e9 * timing.median for timing in measured)
+    return [sized - sized_nothing, found - found_nothing]
+
+
+def scans(library: Library, seconds: float) -> tuple[Table, Ratios]:
+    """Measure texts of code in each width of a character."""
+    code = "\n\n".join(symbol["snippet"] for symbol in library.symbols)
+    code = code[code.index('\n    """') :]  # starts with escapes
+    code = code.encode("ascii", "replace").decode()
+    measured = {key: scan(code, *key, seconds) for key in SCANNED}
+    table = Table(
+        "Text scan in ns",
+        "Both above the same call on nothing; `bytes.find` seeks an absent byte in as much memory.",
+        ["characters", "bytes of each", "`_json_size`", "`bytes.find`", "ratio"],
+        [
+            [f"{length:,}", width, sized, found, sized / found]
+            for (width, length), (sized, found) in measured.items()
+        ],
+    )
+    return table, {key: sized / found for key, (sized, found) in measured.items()}
+
+
+def peaks() -> tuple[Table, float]:
+    """Measure peak memory; return the highest peak too, in times the answer."""
+    measured = memory.peaks()
+    ratios = [peak.module / peak.texts for peak in measured]
+    table = Table(
+        "Peak memory of `_fit_page_context` in bytes",
+        "What a call adds at its peak, beyond the one text of all facts that the host is given.",
+        ["symbols/fact blocks", "texts of the answer", "module", "plain", "module/answer"],
+        [
+            [peak.page, peak.texts, peak.module, peak.plain, ratio]
+            for peak, ratio in zip(measured, ratios)
+        ],
+    )
+    return table, max(ratios)
+
+
+def counted(counts: Ratios, before: Ratios | None) -> Table:
+    """Show the instructions of a call, beside those of another build where it was counted too."""
+    rows = []
+    for operation, page in sorted(counts, key=lambda key: key[0], reverse=True):
+        row = [f"`{operation}` {page}", round(counts[operation, page])]
+        if before:
+            change = 100 * (counts[operation, page] / before[operation, page] - 1)
+            row += [round(before[operation, page]), f"{change:+.1f} %"]
+        rows.append(row)
+    titles = ["operation", "instructions", "before", "change"]
+    return Table(
+        "Instructions of a call, host built in",
+        "Counted by valgrind's callgrind, whose processor has AVX2 and no AVX-512.",
+        titles[: 4 if before else 2],
+        rows,
+    )
+
+
+def peers(sides: Sides, seconds: float) -> Table:
+    """Time `_json_size` beside encoders whose text is made to be counted."""
+    rows = []
+    for page in sides.pages:
+        ours = sides.calls("_json_size", page)[0]
+        by_json = partial(json.dumps, page.answer, ensure_ascii=False)
+        by_orjson = partial(orjson.dumps, page.answer)
+        if len(by_json()) != ours():
+            raise SystemExit(f"{page.name}: the standard library counts other characters")
+        own, standard, other = (
+            timing.median for timing in clock(seconds, ours, by_json, by_orjson)
+        )
+        measured = [1e6 * each for each in (own, standard, other)]
+        sizes = [ours(), len(by_orjson())]
+        rows.append([page.name, *measured, standard / own, other / own, *sizes])
+    return Table(
+        "The size of an answer beside encoders",
+        "`_json_size` counts characters of the text that `json.dumps(answer, ensure_ascii=False)` "
+        f"makes. `orjson.dumps` ({orjson.__version__}) makes UTF-8 without blanks between items: "
+        "its length is in bytes, and another one.",
+        [
+            "symbols/fact blocks",
+            "`_json_size`",
+            "`json`",
+            "`orjson`",
+            "`json` ratio",
+            "`orjson` ratio",
+            "characters",
+            "`orjson` bytes",
+        ],
+        rows,
+    )

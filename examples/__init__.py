@@ -1,0 +1,1 @@
+"""Programs that play the module's host on repositories of Python code."""
