@@ -61,7 +61,8 @@ with_module() { PYTHONPATH="$out/$tag:$root:$root/tests" PYTHONDONTWRITEBYTECODE
 # Refuses what CTest does not know: some of its versions pass over it and run every test.
 ctest_takes() {
   local known argument name valued=""
-  known=$(ctest --help | grep -oE -- '(^|[ ,])--?[A-Za-z][A-Za-z-]*([ =]\[?<)?' | tr -d ' ,=[')
+  known=$(ctest --help | sed -nE 's/^  (-.*)/\1/; t cut; d; :cut; s/ +=( .*)?$//; p' |
+    grep -oE -- '(^|[ ,])--?[A-Za-z][A-Za-z-]*([ =][^ ])?' | sed -E 's/^[ ,]+//; s/[ =].$/</')
   for argument; do
     name=${argument%%[=0-9]*}
     case $argument in

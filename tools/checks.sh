@@ -37,9 +37,7 @@ check_version() {
 
 # Warnings are errors here, with both compilers.
 check_compiler() {
-  build_into "$out/check/$1" release "$python" -DCMAKE_CXX_COMPILER="$1" -DGROUNDING_FIT_WERROR=ON \
-    --fresh
-  cmake --build "$out/check/$1" --clean-first
+  build_into "$out/check/$1" release "$python" -DCMAKE_CXX_COMPILER="$1" -DGROUNDING_FIT_WERROR=ON
 }
 
 check_sanitized() {
@@ -77,8 +75,7 @@ check_format() {
 }
 
 check_tidy() {
-  build_into "$out/check/clang++" release "$python" -DCMAKE_CXX_COMPILER=clang++ \
-    -DGROUNDING_FIT_WERROR=ON
+  check_compiler clang++
   printf '%s\n' workers/wiki/grounding_fit/*/*.cpp |
     xargs -P 2 -n 1 clang-tidy --quiet -p "$out/check/clang++" --warnings-as-errors='*'
 }
