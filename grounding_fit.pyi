@@ -9,20 +9,59 @@ best first (GroundingParts). There is never room for all of it. Two paths decide
 Objects are dicts with string keys; wherever an array is read, a list or a tuple will do. A value
 of the wrong type raises TypeError, a line number that cannot be read ValueError.
 """
-# The underscored types are this file's own: import them under TYPE_CHECKING only.
+# The underscored types and protocols are known to type checkers alone: the module does not have
+# them, so import them, and derive from them, under TYPE_CHECKING only.
 
 from collections.abc import Iterable, Iterator, Mapping
 from types import MappingProxyType
-from typing import (Any, Final, Literal, Protocol, SupportsIndex, TypeAlias, TypedDict, TypeVar,
-                    final, overload)
+from typing import (
+    Any,
+    Final,
+    Literal,
+    Protocol,
+    SupportsIndex,
+    TypeAlias,
+    TypedDict,
+    TypeVar,
+    final,
+    overload,
+)
 
 __all__ = [
-    "section_budget", "seed", "citable", "symbol_seeds", "render_symbol", "_listed", "_listing",
-    "_assemble_blocks", "_blocks_within", "_assemble_grounding", "_json_size", "_cap_note",
-    "_code_cut", "_most", "_fit_prose", "_fit_page_context", "FactBlock", "GroundingParts",
-    "SectionBudget", "README", "DIGEST", "DOCUMENT", "_SYM_BUDGET_FLOOR", "_ALWAYS_KEPT",
-    "_DEFAULT_BUDGET", "_BUDGETS", "_SKELETON_LINES", "_LISTED_CHARS", "_LISTED_HEADING",
-    "_LISTED_MAX", "_PAGE_CONTEXT_MAX_CHARS", "_NOTE_ITEMS", "_FITTED_FIELDS", "_NOTE_PLACEHOLDER",
+    "section_budget",
+    "seed",
+    "citable",
+    "symbol_seeds",
+    "render_symbol",
+    "_listed",
+    "_listing",
+    "_assemble_blocks",
+    "_blocks_within",
+    "_assemble_grounding",
+    "_json_size",
+    "_cap_note",
+    "_code_cut",
+    "_most",
+    "_fit_prose",
+    "_fit_page_context",
+    "FactBlock",
+    "GroundingParts",
+    "SectionBudget",
+    "README",
+    "DIGEST",
+    "DOCUMENT",
+    "_SYM_BUDGET_FLOOR",
+    "_ALWAYS_KEPT",
+    "_DEFAULT_BUDGET",
+    "_BUDGETS",
+    "_SKELETON_LINES",
+    "_LISTED_CHARS",
+    "_LISTED_HEADING",
+    "_LISTED_MAX",
+    "_PAGE_CONTEXT_MAX_CHARS",
+    "_NOTE_ITEMS",
+    "_FITTED_FIELDS",
+    "_NOTE_PLACEHOLDER",
 ]
 __version__: Final[str]
 
@@ -52,6 +91,7 @@ _Related = TypedDict("_Related", {"fqn": str | None}, total=False)
 
 class _SymbolRecord(TypedDict, total=False):
     """One code symbol. A missing value leaves its line out of the block."""
+
     fqn: str
     kind: str
     file: str
@@ -72,7 +112,12 @@ class _SymbolRecord(TypedDict, total=False):
     has_tests: bool | None
 
 class _PageContext(TypedDict, total=False):
-    """The fields of an answer that are read or written; derive from it to add a host's own."""
+    """The fields of an answer that are read or written.
+
+    A host's own TypedDict is taken as well, with those of the fields that it has. At run time it
+    is a class of the host's: this one cannot be derived from there.
+    """
+
     page_id: str | int
     prior_markdown: str | None
     grounding: str
@@ -89,12 +134,13 @@ _Seed: TypeAlias = _CitationSeed | dict[str, Any]
 _Symbol: TypeAlias = _SymbolRecord | dict[str, Any]
 # What lists and dicts hold is not checked: they are invariant, and would refuse a list[str].
 _JsonValue: TypeAlias = (
-    None | bool | int | float | str | list[Any] | tuple[Any, ...] | dict[str, Any] | _Object)
+    None | bool | int | float | str | list[Any] | tuple[Any, ...] | dict[str, Any] | _Object
+)
 # Bound variables, so that a list of either side of the union will do.
 _SeedT = TypeVar("_SeedT", bound=_Seed)
 _SymbolT = TypeVar("_SymbolT", bound=_Symbol)
 _BlockT = TypeVar("_BlockT", bound=tuple[str, _Symbol])
-_AnswerT = TypeVar("_AnswerT", bound=_PageContext | dict[str, Any])
+_AnswerT = TypeVar("_AnswerT", bound=_Object | dict[str, Any])
 
 class _Fits(Protocol):
     def __call__(self, count: int, /) -> object: ...
@@ -107,9 +153,11 @@ class FactBlock:
     """One fact block of a grounding: its text, the citation seeds it stands on, its name in notes.
 
     Immutable and positional: it unpacks, iterates and indexes as its four fields."""
+
     __match_args__: Final = ("text", "seeds", "name", "key")
-    def __new__(cls, text: str, seeds: _Array[_SeedT] = (), name: str = "",
-                key: str = "") -> FactBlock: ...
+    def __new__(
+        cls, text: str, seeds: _Array[_SeedT] = (), name: str = "", key: str = ""
+    ) -> FactBlock: ...
     @property
     def text(self) -> str:
         """The block's text; its first line is normally a Markdown heading."""
@@ -140,10 +188,16 @@ class GroundingParts:
     """A page's grounding before it is fitted to a budget.
 
     Immutable; the sequences stay the caller's own."""
+
     __match_args__: Final = ("prose", "blocks", "files", "code_floor", "budget")
-    def __new__(cls, prose: _Array[FactBlock], blocks: _Array[_BlockT],
-                files: set[str] | frozenset[str], code_floor: float = 0.35,
-                budget: SectionBudget = ...) -> GroundingParts: ...
+    def __new__(
+        cls,
+        prose: _Array[FactBlock],
+        blocks: _Array[_BlockT],
+        files: set[str] | frozenset[str],
+        code_floor: float = 0.35,
+        budget: SectionBudget = ...,
+    ) -> GroundingParts: ...
     @property
     def prose(self) -> _Array[FactBlock]:
         """The fact blocks in reading order."""
@@ -167,10 +221,16 @@ class GroundingParts:
 class SectionBudget:
     """How a page type spends the room of its grounding; sizes in code points.
 
-    Immutable. Without shares it has a new empty dict of its own; treat the dict as read-only."""
+    Immutable. shares: a dict, or a read-only view of one; without it, a new empty dict."""
+
     __match_args__: Final = ("readme_chars", "first", "shares", "document_chars")
-    def __new__(cls, readme_chars: int = 4000, first: _Array[str] = (),
-                shares: dict[str, float] = {}, document_chars: int = 0) -> SectionBudget: ...
+    def __new__(
+        cls,
+        readme_chars: int = 4000,
+        first: _Array[str] = (),
+        shares: Mapping[str, float] = {},
+        document_chars: int = 0,
+    ) -> SectionBudget: ...
     @property
     def readme_chars(self) -> int:
         """Code points of the README the page reads."""
@@ -184,39 +244,56 @@ class SectionBudget:
     def document_chars(self) -> int:
         """Code points of the page's own documents it reads, shared among them."""
 
-def section_budget(type_id: str) -> SectionBudget:
+def section_budget(type_id: str | None) -> SectionBudget:
     """Return the SectionBudget of a page type; _DEFAULT_BUDGET when it has none of its own."""
+
 def seed(path: str, start: int, end: int = 0) -> _CitationSeed:
     """Return a citation seed over lines start to end: start alone when end is not greater."""
+
 def citable(seeds: Iterable[_SeedT]) -> list[_SeedT]:
     """Return the seeds that name real lines, those whose line_start reads as 1 or more."""
+
 def symbol_seeds(symbols: _Array[_SymbolT]) -> list[_CitationSeed]:
     """Return a citation seed over each symbol's lines, for those that have a file and a line."""
+
 def render_symbol(sym: _Symbol) -> str:
     """Return the text of one symbol block: a head line, then what is known of the symbol."""
+
 def _listed(sym: _Symbol) -> str:
     """Return the line that lists one symbol, up to _LISTED_CHARS of its signature in it."""
+
 def _listing(symbols: _Array[_SymbolT] | None) -> str:
     """Return _LISTED_HEADING and one listed line a symbol; '' for no symbols or None."""
+
 def _assemble_blocks(blocks: _Array[str], budget: int) -> list[str]:
     """Return the blocks, from the first on, that a token budget keeps whole; the first always."""
+
 def _blocks_within(parts: GroundingParts, budget: int) -> int:
     """Return how many symbol blocks a page's budget, in tokens, keeps whole."""
-def _assemble_grounding(parts: GroundingParts, budget: int,
-                        ) -> tuple[str, list[str], list[str], list[_CitationSeed]]:
+
+def _assemble_grounding(
+    parts: GroundingParts,
+    budget: int,
+) -> tuple[str, list[str], list[str], list[_CitationSeed]]:
     """Return (grounding, symbols, files, seeds): a page's grounding under a budget in tokens."""
+
 def _json_size(value: _JsonValue) -> int:
     """Return the length of a value's JSON text in code points, without making the text."""
+
 def _cap_note(left_out: _Array[str], ask: bool = False) -> str:
     """Return the `truncated` note of a capped answer; ask: it asks the agent to fetch more."""
+
 def _code_cut(kept: int, listed: int, total: int) -> list[str]:
     """Return the note item, if any, that counts the symbol blocks left without their body."""
+
 def _most(high: int, fits: _Fits) -> int:
     """Return the largest count from 0 to high for which fits(count) is true, by bisection."""
+
 def _fit_prose(parts: GroundingParts, size: _Size, total: int) -> tuple[list[FactBlock], list[str]]:
     """Return (kept, labels): the fact blocks a capped answer keeps, and the names of the others.
 
     size(blocks, count) gives the JSON characters of an answer with those and count bodies."""
+
 def _fit_page_context(result: _AnswerT, parts: GroundingParts, budget: int) -> _AnswerT:
     """Return a page_context answer of at most _PAGE_CONTEXT_MAX_CHARS JSON characters.
 

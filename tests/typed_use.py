@@ -5,7 +5,7 @@ from __future__ import annotations
 import re
 from pathlib import Path
 from types import MappingProxyType
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, TypedDict
 
 import grounding_fit as fit
 
@@ -13,20 +13,38 @@ if TYPE_CHECKING:
     from grounding_fit import _CitationSeed, _PageContext, _SymbolRecord
 
 SYMBOL: _SymbolRecord = {
-    "fqn": "app.save", "kind": "function", "file": "./app.py", "line": 4, "end_line": 9,
-    "parameters": [{"name": "item", "type": "Item"}], "callees": ("app.put",), "docstring": None}
+    "fqn": "app.save",
+    "kind": "function",
+    "file": "./app.py",
+    "line": 4,
+    "end_line": 9,
+    "parameters": [{"name": "item", "type": "Item"}],
+    "callees": ("app.put",),
+    "docstring": None,
+}
 LOOSE: dict[str, Any] = {"fqn": "app.load", "file": "app.py", "line": 12, "owner": "core"}
 SEEDS: list[_CitationSeed] = fit.symbol_seeds([SYMBOL])
 CARDS, TESTS = fit.FactBlock(fit._ALWAYS_KEPT[0]), fit.FactBlock("## Tests (2)", SEEDS, key="t")
 PARTS = fit.GroundingParts((CARDS, TESTS), [(fit.render_symbol(SYMBOL), SYMBOL)] * 2, {"a.py"})
 
 
+class Answer(TypedDict, total=False):
+    """An answer as a host of its own describes it, with few of the fields that are read."""
+
+    page_id: str
+    owner: str
+    grounding: str
+    truncated: str
+
+
 def size(blocks: list[fit.FactBlock], count: int, listed: int | None = None) -> int:
+    """Return JSON characters that leave room for one fact block only."""
     return sum(fit._json_size(block.text) for block in blocks) + 30_000 * len(blocks) + count
 
 
 assert fit.__version__ and set(re.findall(r"fit\.(\w+)", Path(__file__).read_text())) >= set(
-    fit.__all__), "a public name is not used here"
+    fit.__all__
+), "a public name is not used here"
 assert SEEDS == [fit.seed("app.py", 4, end=9)] == fit.citable(seed for seed in PARTS.seeds)
 assert (TESTS[0], TESTS[1], TESTS[2:], len(TESTS)) == (TESTS.text, SEEDS, ("", "t"), 4)
 match TESTS:
@@ -35,6 +53,7 @@ match TESTS:
 GUIDE: fit.SectionBudget = fit.section_budget("getting-started")
 assert GUIDE is fit._BUDGETS["getting-started"] is not fit._DEFAULT_BUDGET is PARTS.budget
 assert fit.SectionBudget(28_000, [fit.README], {fit.DIGEST: 0.25}).shares == GUIDE.shares
+assert fit.SectionBudget(shares=GUIDE.shares).shares == GUIDE.shares
 assert fit.section_budget("decisions").first == (fit.DOCUMENT,)
 assert (PARTS.code_floor, fit._SKELETON_LINES, fit._LISTED_MAX) == (fit._SYM_BUDGET_FLOOR, 12, 30)
 assert fit._listing([LOOSE]) == f"{fit._LISTED_HEADING}\n{fit._listed(LOOSE)}"
@@ -48,6 +67,8 @@ assert fit._most(fit._NOTE_ITEMS, lambda count: count < 4) == 3
 assert fit._fit_prose(PARTS, size, 2) == ([CARDS], [TESTS.label()])
 answer: _PageContext = {"page_id": "p", "prior_markdown": "m" * fit._PAGE_CONTEXT_MAX_CHARS}
 assert '"p"' in fit._fit_page_context(answer, PARTS, 900)["truncated"]
+own: Answer = {"page_id": "p", "owner": "core", "grounding": "g" * 40_000}
+assert fit._fit_page_context(own, PARTS, 900)["owner"] == "core"
 whole: dict[str, Any] = fit._fit_page_context({"x": ["x" * 40_000]} | LOOSE, PARTS, 900)
 assert set(fit._FITTED_FIELDS) < whole.keys() and len(fit._NOTE_PLACEHOLDER) == 600
 note = fit._cap_note([*fit._code_cut(0, 0, 2), TESTS.label()], ask=True)
@@ -55,7 +76,10 @@ assert whole["truncated"].startswith(note) and whole["symbols"] == []
 
 if TYPE_CHECKING:
     TESTS.name = "tests"  # type: ignore[misc]
-    class Derived(fit.FactBlock): ...  # type: ignore[misc]
+
+    class Derived(fit.FactBlock):  # type: ignore[misc]
+        pass
+
     fit.README = "read"  # type: ignore[misc]
     fit._BUDGETS["module"] = GUIDE  # type: ignore[index]
     GUIDE.shares["digest"] = 0.5  # type: ignore[index]
@@ -63,7 +87,8 @@ if TYPE_CHECKING:
     fit.FactBlock("text", iter(SEEDS))  # type: ignore[arg-type]
     fit.GroundingParts([], [("text", "record")], set())  # type: ignore[type-var]
     fit.GroundingParts([], [], ["a.py"])  # type: ignore[arg-type]
-    fit.SectionBudget(shares=MappingProxyType({}))  # type: ignore[arg-type]
+    fit.SectionBudget(shares=MappingProxyType({}))
+    fit.SectionBudget(shares=[("digest", 0.5)])  # type: ignore[arg-type]
     SYMBOL["callers"]  # type: ignore[typeddict-item]
     fit.seed("a.py", "1")  # type: ignore[arg-type]
     fit.render_symbol(SEEDS[0])  # type: ignore[arg-type]
