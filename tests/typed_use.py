@@ -13,11 +13,19 @@ if TYPE_CHECKING:
     from grounding_fit import _CitationSeed, _PageContext, _SymbolRecord
 
 SYMBOL: _SymbolRecord = {
-    "fqn": "app.save", "kind": "function", "file": "./app.py", "line": 4, "end_line": 9,
-    "parameters": [{"name": "item", "type": "Item"}], "callees": ("app.put",), "docstring": None}
+    "fqn": "app.save",
+    "kind": "function",
+    "file": "./app.py",
+    "line": 4,
+    "end_line": 9,
+    "parameters": [{"name": "item", "type": "Item"}],
+    "callees": ("app.put",),
+    "docstring": None,
+}
 LOOSE: dict[str, Any] = {"fqn": "app.load", "file": "app.py", "line": 12, "owner": "core"}
 SEEDS: list[_CitationSeed] = fit.symbol_seeds([SYMBOL])
-CARDS, TESTS = fit.FactBlock(fit._ALWAYS_KEPT[0]), fit.FactBlock("## Tests (2)", SEEDS, key="t")
+CARDS = fit.FactBlock(fit._ALWAYS_KEPT[0])
+TESTS = fit.FactBlock("## Tests (2)", SEEDS, key="t")
 PARTS = fit.GroundingParts((CARDS, TESTS), [(fit.render_symbol(SYMBOL), SYMBOL)] * 2, {"a.py"})
 
 
@@ -25,8 +33,8 @@ def size(blocks: list[fit.FactBlock], count: int, listed: int | None = None) -> 
     return sum(fit._json_size(block.text) for block in blocks) + 30_000 * len(blocks) + count
 
 
-assert fit.__version__ and set(re.findall(r"fit\.(\w+)", Path(__file__).read_text())) >= set(
-    fit.__all__), "a public name is not used here"
+USED = set(re.findall(r"fit\.(\w+)", Path(__file__).read_text()))
+assert fit.__version__ and USED >= set(fit.__all__), "a public name is not used here"
 assert SEEDS == [fit.seed("app.py", 4, end=9)] == fit.citable(seed for seed in PARTS.seeds)
 assert (TESTS[0], TESTS[1], TESTS[2:], len(TESTS)) == (TESTS.text, SEEDS, ("", "t"), 4)
 match TESTS:
@@ -55,7 +63,10 @@ assert whole["truncated"].startswith(note) and whole["symbols"] == []
 
 if TYPE_CHECKING:
     TESTS.name = "tests"  # type: ignore[misc]
-    class Derived(fit.FactBlock): ...  # type: ignore[misc]
+
+    class Derived(fit.FactBlock):  # type: ignore[misc]
+        pass
+
     fit.README = "read"  # type: ignore[misc]
     fit._BUDGETS["module"] = GUIDE  # type: ignore[index]
     GUIDE.shares["digest"] = 0.5  # type: ignore[index]
