@@ -12,21 +12,22 @@ from harness import HOST, fit, model
 from pages import Source
 
 # What a run must have seen of the agent path.
-BRANCHES = [
-    "fits", "fits without the prior markdown", "bodies with their window", "only lines",
-    "nothing listed", "note takes bodies off", "note takes lines off", "over the cap", "an error",
-]  # fmt: skip
+BRANCHES = ["fits", "fits without the prior markdown", "bodies with their window", "only lines"]
+BRANCHES += ["nothing listed", "note takes bodies off", "note takes lines off", "over the cap"]
+BRANCHES += ["an error"]
 
 
-def outcome(function, *args):
+def outcome(module, name, *args):
     """Return what a call gave, the kind of its error, and the calls it made to the host."""
     HOST.calls.clear()
     try:
-        result = function(*args)
-    except AttributeError:
-        result = TypeError  # what a value of another type is to the plain model
+        result = getattr(module, name)(*args)
     except (TypeError, ValueError, OverflowError, LookupError) as error:
         result = type(error)
+    except AttributeError:
+        if module is fit:
+            raise
+        result = TypeError  # what a value of another type is to the plain model
     return result, list(HOST.calls)
 
 
@@ -41,19 +42,23 @@ def same(a, b):
     return a is b or a == b
 
 
+def split_norms(calls):
+    """Return the calls to _norm, and the others."""
+    norms = [call for call in calls if call[0] == "norm"]
+    return norms, [call for call in calls if call[0] != "norm"]
+
+
 def agree(name, *args, agent=False):
     """Call both sides and compare; return the result."""
-    mine, my_calls = outcome(getattr(fit, name), *args)
-    plain, plain_calls = outcome(getattr(model, name), *args)
+    mine, my_calls = outcome(fit, name, *args)
+    plain, plain_calls = outcome(model, name, *args)
     assert same(mine, plain), f"{name}: {mine!r}\nis not {plain!r}"
-    if agent:
-        asked = [call for call in my_calls if call[0] == "norm"]
-        assert len(asked) == len(set(asked)), f"{name}: asked twice: {asked}"
-        assert set(asked) == {call for call in plain_calls if call[0] == "norm"}, (
-            name, set(asked) ^ {call for call in plain_calls if call[0] == "norm"})  # fmt: skip
-        my_calls, plain_calls = (
-            [call for call in calls if call[0] != "norm"] for calls in (my_calls, plain_calls)
-        )
+    if agent:  # which asks for a path once, where the plain model asks at every candidate
+        my_norms, my_calls = split_norms(my_calls)
+        plain_norms, plain_calls = split_norms(plain_calls)
+        assert len(my_norms) == len(set(my_norms)), f"{name}: asked twice: {my_norms}"
+        odd = set(my_norms) ^ set(plain_norms)
+        assert not odd, f"{name}: asked by one side alone: {odd}"
     assert my_calls == plain_calls, f"{name}: {my_calls}\nis not {plain_calls}"
     return mine
 
@@ -67,7 +72,8 @@ def branches(answer, result, passes):
     elif "Ask for code" not in result["truncated"]:
         yield "fits without the prior markdown"
     else:
-        (bodies, _, _), (count, listed, _) = passes[0], passes[-1]
+        bodies = passes[0][0]
+        count, listed, _ = passes[-1]
         yield "bodies with their window" if count else "only lines" if listed else "nothing listed"
         if len(passes) > 1 and bodies:
             yield "note takes bodies off"
@@ -77,24 +83,38 @@ def branches(answer, result, passes):
             yield "over the cap"
 
 
-def one_page(seed, junk, seen, scale=1.0):
-    """Compare everything on one page."""
-    source = Source(seed, junk, scale)
-    source.host()
-    parts, answer, tokens = source.parts(), source.answer(), source.tokens()
-    before = copy.deepcopy((parts, answer)) if not junk else None
+def fit_both(answer, parts, tokens, seen):
+    """Compare the agent path on one page, and count the branches that it takes."""
     passes = []
     count_cut = model._code_cut
-    model._code_cut = lambda *args: passes.append(args) or count_cut(*args)
+
+    def recorded(*args):
+        passes.append(args)
+        return count_cut(*args)
+
+    model._code_cut = recorded
     try:
         result = agree("_fit_page_context", answer, parts, tokens, agent=True)
     finally:
         model._code_cut = count_cut
     seen.update(branches(answer, result, passes))
+
+
+def size_of(blocks, count):
+    """Return a size for `_fit_prose` that has nothing to do with an answer."""
+    return len(json.dumps([block.text for block in blocks])) + 300 * count
+
+
+def one_page(seed, junk, seen, scale=1.0):
+    """Compare everything on one page."""
+    source = Source(seed, junk, scale)
+    source.host()
+    parts, answer, tokens = source.parts(), source.answer(), source.tokens()
+    before = None if junk else copy.deepcopy((parts, answer))
+    fit_both(answer, parts, tokens, seen)
     agree("_assemble_grounding", parts, tokens)
     agree("_blocks_within", parts, tokens)
-    sizes = lambda blocks, count: len(json.dumps([b.text for b in blocks])) + 300 * count  # noqa: E731
-    agree("_fit_prose", parts, sizes, 20)
+    agree("_fit_prose", parts, size_of, 20)
     for pair in parts.blocks[:3]:
         if isinstance(pair, (list, tuple)) and len(pair) == 2:
             agree("render_symbol", pair[1])

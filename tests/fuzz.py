@@ -27,6 +27,7 @@ def one_case(seed, scale):
 
 
 def child(first, count, scale):
+    """Run a batch of cases, the seed of each printed before it."""
     for seed in range(first, first + count):
         print(seed, flush=True)
         one_case(seed, scale)
@@ -40,7 +41,9 @@ def fails(seed, count, scale):
 
 
 def main(seconds, first):
-    started, seed = time.monotonic(), first
+    """Run batches for that many seconds; return whether any case failed."""
+    started = time.monotonic()
+    seed = first
     found = 0
     while time.monotonic() - started < seconds:
         failure = fails(seed, BATCH, 1.0)

@@ -3,14 +3,20 @@
 import contextlib
 import importlib.machinery
 import importlib.util
+import os
+import subprocess
 import sys
 import types
+import unittest
+from pathlib import Path
 
+ROOT = Path(__file__).resolve().parent.parent
 HOMES = {
     "workers.context_builder": ("estimate_tokens", "_truncate_to_tokens"),
     "workers.wiki.repo_facts": ("_norm", "FILE_CARDS_HEADING"),
     "workers.wiki_types": ("REQUESTED_CONTEXT_HEADING",),
 }
+HOST_NAMES = [name for names in HOMES.values() for name in names]
 
 
 class Host:
@@ -54,7 +60,7 @@ class Host:
 @contextlib.contextmanager
 def installed(modules):
     """Put modules into sys.modules for a while; packages above them as needed."""
-    packages = {"workers": types.ModuleType("workers"), "workers.wiki": types.ModuleType("w")}
+    packages = {name: types.ModuleType(name) for name in ("workers", "workers.wiki")}
     for package in packages.values():
         package.__path__ = []
     before = {name: one for name, one in sys.modules.items() if name.split(".")[0] == "workers"}
@@ -93,6 +99,32 @@ def load_model(modules):
 
 
 HOST = Host()
-MODULES = HOST.modules()
-fit = load(MODULES, register=True)
-model = load_model(MODULES)
+fit = load(HOST.modules(), register=True)
+model = load_model(HOST.modules())
+CAP = fit._PAGE_CONTEXT_MAX_CHARS
+
+
+class UsualHost(unittest.TestCase):
+    """Tests that each start on the usual host."""
+
+    def setUp(self):
+        HOST.set()
+        HOST.calls.clear()
+
+
+def parts(prose=(), blocks=(), files=frozenset(), **rest):
+    """Return a page's grounding; what is not given is empty."""
+    return fit.GroundingParts(list(prose), list(blocks), files, **rest)
+
+
+def over(**fields):
+    """Return an answer over the cap."""
+    return {"page_id": "p", "old": 1, "grounding": "g" * CAP, **fields}
+
+
+def run_python(*arguments):
+    """Run a CPython like this one beside the module and the host's stand-ins; return the run."""
+    path = os.pathsep.join([str(Path(find()).parent), str(ROOT)])
+    env = {**os.environ, "PYTHONPATH": path, "PYTHONIOENCODING": "utf-8"}
+    command = [sys.executable, *map(str, arguments)]
+    return subprocess.run(command, env=env, capture_output=True, text=True, encoding="utf-8")

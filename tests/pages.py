@@ -7,9 +7,32 @@ import random
 
 from harness import HOST, fit
 
-ALPHABETS = ["abc XYZ/_.", "a\"\\\n\t\r\b\f\x00\x1f\x7f ", "é ÿ\xa0z", "— “x”\u2028\u3000",
-             "😀a\U0010ffff", "\ud800b\udfff"]
-WORDS = ["## Files", "## Requésted", "# ", "## Title (3 files)", " (", "\n\n", "`", "x" * 77, "L1"]
+ALPHABETS = ["abc XYZ/_.", 'a"\\\n\t\r\b\f\x00\x1f\x7f ', "é ÿ\xa0z", "— “x”\u2028\u3000"]
+ALPHABETS += ["😀a\U0010ffff", "\ud800b\udfff"]
+HEADINGS = ["## Files", "## Requésted", "# ", "## Title (3 files)"]
+WORDS = [*HEADINGS, " (", "\n\n", "`", "x" * 77, "L1"]
+KEYS = ["", "readme", "digest", "document", "other"]
+
+# Values of any kind at all, for places that want one kind.
+MISSING = [None, False, 0, 0.0, -0.0, "", [], {}, ()]
+NUMBERS = [
+    True,
+    1,
+    -3,
+    12.9,
+    1e16,
+    5e-324,
+    1e300,
+    10**30,
+    -(10**30),
+    2**63,
+    -(2**63),
+    10**5000,
+]
+NUMBERS += [float("nan"), float("inf"), -float("inf")]
+TEXTS = ["12", " -7\n", "+1_0", "x", "１２", "9" * 40, "\ud800"]
+OTHERS = [b"", b"1", [1], {"a": 1}, (0,), set(), object()]
+WRONG = [*MISSING, *NUMBERS, *TEXTS, *OTHERS]
 
 
 class Text(str):
@@ -22,18 +45,26 @@ class Text(str):
 
 
 class Integer(int):
+    """The same for an integer."""
+
     __int__ = __index__ = __str__ = __repr__ = __lt__ = __gt__ = __bool__ = Text.wrong
 
 
 class Real(float):
+    """The same for a float."""
+
     __int__ = __float__ = __str__ = __repr__ = __mul__ = __bool__ = __trunc__ = Text.wrong
 
 
 class Mapping(dict):
+    """The same for a dict."""
+
     __getitem__ = __iter__ = get = items = keys = __len__ = __bool__ = __contains__ = Text.wrong
 
 
 class Array(list):
+    """The same for a list."""
+
     __getitem__ = __iter__ = __len__ = __bool__ = Text.wrong
 
 
@@ -48,6 +79,7 @@ class Source:
         self.full = self.r.random() < 0.1  # a long note over an answer full of blocks
 
     def text(self, most=30):
+        """Return a text of about that many code points at most."""
         r = self.r
         if r.random() < 0.1:
             return r.choice(["", *WORDS])
@@ -55,22 +87,20 @@ class Source:
         made = "".join(r.choices(letters, k=r.randrange(1, most + 2)))
         return made if r.random() < 0.8 else r.choice(WORDS) + made
 
+    def texts(self, most, size):
+        """Return fewer than `most` texts of `size` code points or so."""
+        return [self.maybe(self.text(size)) for _ in range(self.r.randrange(most))]
+
     def wrong(self):
         """Return a value of any kind at all."""
-        r = self.r
-        return r.choice([
-            None, True, False, 0, 0.0, -0.0, "", [], {}, (), 1, -3, 12.9, "12", " -7\n", "+1_0",
-            "x",
-            "１２", 10**30, -(10**30), "9" * 40, 1e300, float("nan"), float("inf"), -float("inf"),
-            b"", b"1", [1], {"a": 1}, (0,), set(), object(),
-            10**5000, "\ud800", 2**63, -(2**63), 1e16,
-            5e-324,
-        ])  # fmt: skip
+        return copy.copy(self.r.choice(WRONG))
 
     def maybe(self, value):
+        """Return the value, or by chance one that is wrong in its place."""
         return self.wrong() if self.r.random() < self.junk else value
 
     def line(self):
+        """Return a line number as hosts write them."""
         r = self.r
         odd = [0, -1, True, "7", " 12 ", 3.9, None, "", 10**25]
         return self.maybe(r.randrange(1, 400) if r.random() < 0.85 else r.choice(odd))
@@ -91,6 +121,7 @@ class Source:
         return {self.text(8): self.value(depth - 1) for _ in range(r.randrange(4))}
 
     def seed(self):
+        """Return a citation seed, citable or not."""
         made = {"path": self.text(12), "line_start": self.line(), "line_end": self.line()}
         if self.r.random() < 0.1:
             del made[self.r.choice(list(made))]
@@ -98,48 +129,55 @@ class Source:
             made[self.text(5)] = self.value(1)
         return self.maybe(made)
 
+    def entry(self, *keys):
+        """Return an entry of a symbol's parameters or related symbols."""
+        return self.maybe({key: self.maybe(self.text(6)) for key in keys if self.r.random() < 0.8})
+
     def symbol(self):
         """Return a symbol record with some of its keys."""
         r = self.r
-        texts = lambda: [self.maybe(self.text(8)) for _ in range(r.randrange(4))]  # noqa: E731
-
-        def entry(*keys):
-            return {key: self.maybe(self.text(6)) for key in keys if r.random() < 0.8}
-
         made = {
-            "fqn": self.text(), "kind": self.text(8), "file": f"./{r.choice('abcdef')}.py",
-            "line": self.line(), "end_line": self.line(), "signature": self.text(100),
-            "parameters": [self.maybe(entry("name", "type")) for _ in range(r.randrange(3))],
-            "docstring": self.text(90), "fan_in": r.randrange(3), "inside_refs": r.randrange(3),
-            "neighbour_refs": r.randrange(3), "snippet": self.text(60) * r.randrange(2),
-            "snippet_cut": r.randrange(3), "body_digest": "\n".join(["d"] * r.randrange(15)),
-            "callees": texts(), "usage_example": self.text(),
-            "related": tuple(self.maybe(entry("fqn")) for _ in range(r.randrange(3))),
+            "fqn": self.text(),
+            "kind": self.text(8),
+            "file": f"./{r.choice('abcdef')}.py",
+            "line": self.line(),
+            "end_line": self.line(),
+            "signature": self.text(100),
+            "parameters": [self.entry("name", "type") for _ in range(r.randrange(3))],
+            "docstring": self.text(90),
+            "snippet": self.text(60) * r.randrange(2),
+            "body_digest": "\n".join(["d"] * r.randrange(15)),
+            "callees": self.texts(4, 8),
+            "usage_example": self.text(),
+            "related": tuple(self.entry("fqn") for _ in range(r.randrange(3))),
             "has_tests": r.random() < 0.5,
-        }  # fmt: skip
+        }
+        for key in ("fan_in", "inside_refs", "neighbour_refs", "snippet_cut"):
+            made[key] = r.randrange(3)
         kept = {key: self.maybe(value) for key, value in made.items() if r.random() < 0.85}
         return self.maybe(kept)
 
     def fact(self, most, long_names):
+        """Return a fact block of about `most` code points at most."""
         r = self.r
-        heading = r.choice(WORDS[:4] if r.random() < 0.2 else WORDS[2:4])
+        heading = r.choice(HEADINGS if r.random() < 0.2 else HEADINGS[2:])
         text = heading + "\n" + self.text(20) * r.randrange(1, 2 + most // 12)
         name = self.text(20) if r.random() < 0.3 else ""
         if long_names:
             name = "name\n\x01" * r.randrange(10, 60)
+        if r.random() < 0.05:
+            text = ""
         seeds = [self.seed() for _ in range(r.choice([0, 1, 3]))]
-        key = r.choice(["", "readme", "digest", "document", "other"])
-        return fit.FactBlock("" if r.random() < 0.05 else text, r.choice([list, tuple])(seeds),
-                             name, key)
+        return fit.FactBlock(text, r.choice([list, tuple])(seeds), name, r.choice(KEYS))
 
     def budget(self):
+        """Return a page type's policy: a real one, or one with odd shares."""
         r = self.r
         if r.random() < 0.5:
             return fit.section_budget(r.choice(["getting-started", "decisions", "module"]))
         shares = [0.0, 0.25, 1.0, 2, -1.0, 1e300, float("inf"), float("nan"), 10**400]
-        keys = ["", "readme", "digest", "document", "other"]
-        picked = {key: self.maybe(r.choice(shares)) for key in keys if r.random() < 0.3}
-        return fit.SectionBudget(0, [self.maybe(k) for k in keys if r.random() < 0.2], picked)
+        picked = {key: self.maybe(r.choice(shares)) for key in KEYS if r.random() < 0.3}
+        return fit.SectionBudget(0, [self.maybe(k) for k in KEYS if r.random() < 0.2], picked)
 
     def parts(self):
         """Return a page's grounding, small or far too large."""
@@ -157,17 +195,17 @@ class Source:
             text = self.text(20) * r.randrange(0, 1 + width // 8) if r.random() < 0.9 else ""
             pair = (self.maybe(text), self.symbol())
             blocks.append(self.maybe(pair if r.random() < 0.8 else list(pair)))
-        files = {self.maybe_hashable(self.text(8)) for _ in range(r.randrange(4))}
+        files = {self.text(8) for _ in range(r.randrange(4))}
+        if r.random() < self.junk:
+            files.add(r.choice([3, None, b"f"]))
         floor = r.choice([0.35, 0] if self.full else [0.35, 0.35, 0, 1, 0.9, 1e300, -2.5])
         if r.random() < self.junk:
             floor = r.choice([float("nan"), float("inf"), 10**400])
-        return fit.GroundingParts(self.maybe_in(prose), self.maybe_in(blocks), files, floor,
-                                  self.budget())
+        prose, blocks = self.sequence(prose), self.sequence(blocks)
+        return fit.GroundingParts(prose, blocks, files, floor, self.budget())
 
-    def maybe_hashable(self, value):
-        return self.r.choice([3, None, b"f"]) if self.r.random() < self.junk else value
-
-    def maybe_in(self, values):
+    def sequence(self, values):
+        """Return the values as a list or a tuple, by chance with a wrong one among them."""
         if self.r.random() < self.junk:
             values.insert(self.r.randrange(len(values) + 1), self.wrong())
         return values if self.r.random() < 0.7 else tuple(values)
@@ -179,11 +217,15 @@ class Source:
         prior = r.choice([None, "", "short", "é\n" * r.choice([100, 9000, 21000])])
         fields = {
             "page_id": r.choice(["p42", 42, None, 'p"' * 200 if r.random() < 0.2 else "p1"]),
-            "kind": self.value(), "prior_markdown": self.maybe(prior),
-            "grounding": "g" * r.choice([10, 30000, 45000]), "symbols": [self.text()],
-            "citation_seeds": [self.seed() if not self.junk else {}], "truncated": "t" * 9,
-            "notes": self.text(1) * (big if r.random() < 0.3 else 10), "extra": self.value(4),
-        }  # fmt: skip
+            "kind": self.value(),
+            "prior_markdown": self.maybe(prior),
+            "grounding": "g" * r.choice([10, 30000, 45000]),
+            "symbols": [self.text()],
+            "citation_seeds": [{} if self.junk else self.seed()],
+            "truncated": "t" * 9,
+            "notes": self.text(1) * (big if r.random() < 0.3 else 10),
+            "extra": self.value(4),
+        }
         if self.full:
             fields |= {"grounding": "g" * 45000, "notes": "", "prior_markdown": None}
         names = [name for name in fields if r.random() < 0.85]
@@ -191,26 +233,31 @@ class Source:
         return {name: fields[name] for name in names}
 
     def tokens(self):
-        return 2**62 if self.full else self.r.choice([0, 1, -10, 180, 900, 4000, 8000, 30000,
-                                                      2**62])
+        """Return a page's budget in tokens."""
+        some = [0, 1, -10, 180, 900, 4000, 8000, 30000, 2**62]
+        return 2**62 if self.full else self.r.choice(some)
 
     def host(self):
         """Set a host that does something else for every text, and always the same for one."""
         r = self.r
         salt = r.random()
-        fixed = lambda text: random.Random(f"{salt}{text!r}")  # noqa: E731
-        counts = [len, lambda text: len(text) // 4, lambda text: 1,
-                  lambda text: fixed(text).randrange(-5, 900)]
+
+        def fixed(text):
+            return random.Random(f"{salt}{text!r}")
+
+        def odd(usual):
+            return lambda *args: self.odd_result(fixed(args), usual, args)
+
+        counts = [len, lambda text: len(text) // 4, lambda text: 1]
+        counts.append(lambda text: fixed(text).randrange(-5, 900))
+        cuts = [lambda text, budget: text[:budget], lambda text, budget: ""]
+        cuts.append(lambda text, budget: text + "…")
         norms = [str.upper, lambda path: path[2:], lambda path: "", lambda path: path + "—é😀"]
-        cuts = [lambda text, budget: text[:budget], lambda text, budget: "", lambda text,
-                budget: text + "…"]
-        if self.junk:
-            odd = lambda usual: lambda *args: self.odd_result(fixed(args), usual,
-                args)  # noqa: E731
-            counts, norms, cuts = [[odd(one) for one in kind] for kind in (counts, norms, cuts)]
-        HOST.set(r.choice(counts), r.choice(cuts), r.choice(norms))
+        utilities = [r.choice(kind) for kind in (counts, cuts, norms)]
+        HOST.set(*(map(odd, utilities) if self.junk else utilities))
 
     def odd_result(self, chance, usual, args):
+        """Return what the usual utility gives, or by chance something else, or raise an error."""
         if chance.random() > self.junk:
             return usual(*args)
         if chance.random() < 0.3:
@@ -237,45 +284,53 @@ class Saboteur:
         """Garbage in a cycle that acts when it is collected."""
 
         def __init__(self, owner):
-            self.owner, self.me = owner, self
+            self.owner = owner
+            self.me = self
 
         def __del__(self):
             self.owner.act()
 
     def __init__(self, source):
-        self.source, self.r = source, source.r
+        self.source = source
+        self.r = source.r
         self.depth = 0
-        parts, self.answer = source.parts(), source.answer()
-        budget = copy.deepcopy(parts.budget)  # the shared ones are everybody's
-        self.parts = fit.GroundingParts(parts.prose, parts.blocks, parts.files, budget=budget)
+        given = source.parts()
+        self.answer = source.answer()
+        budget = copy.deepcopy(given.budget)  # the shared ones are everybody's
+        self.parts = fit.GroundingParts(given.prose, given.blocks, given.files, budget=budget)
         self.held = [self.parts, self.answer]
         for record in self.records():
             if self.r.random() < 0.3:
                 key = self.Key("x" + self.r.choice(["line", "file", "fqn", "line_start"]))
                 key.owner = self
                 record[key] = self.Bomb(self)
-        HOST.set(*(self.sabotaged(usual) for usual in (len, lambda t, n: t[:n], lambda path: path)))
+        utilities = [len, lambda text, budget: text[:budget], lambda path: path]
+        HOST.set(*map(self.sabotaged, utilities))
+
+    def facts(self):
+        """Return the fact blocks."""
+        return [block for block in self.parts.prose if isinstance(block, fit.FactBlock)]
 
     def records(self):
-        pairs = [pair for pair in self.parts.blocks if isinstance(pair,
-            (list, tuple)) and len(pair) > 1]
-        found = [pair[1] for pair in pairs]
-        for block in self.parts.prose:
-            found += block.seeds if isinstance(block, fit.FactBlock) else []
+        """Return the symbol records and the seeds."""
+        pairs = [pair for pair in self.parts.blocks if isinstance(pair, (list, tuple))]
+        found = [pair[1] for pair in pairs if len(pair) > 1]
+        for block in self.facts():
+            found += block.seeds
         return [one for one in found if isinstance(one, dict)]
 
     def act(self):
         """Do something that no caller of a function would expect of its arguments."""
-        parts, r = self.parts, self.r
-        containers = [parts.prose, parts.blocks, parts.files, self.answer, parts.budget.shares]
-        containers += [block.seeds for block in parts.prose if isinstance(block, fit.FactBlock)]
-        containers += [*self.records(), *(one for one in parts.blocks if isinstance(one, list))]
+        page, r = self.parts, self.r
+        containers = [page.prose, page.blocks, page.files, self.answer, page.budget.shares]
+        containers += [block.seeds for block in self.facts()]
+        containers += [*self.records(), *(one for one in page.blocks if isinstance(one, list))]
         victim = r.choice([one for one in containers if not isinstance(one, (tuple, frozenset))])
         choice = r.randrange(8)
         if choice < 3:
             victim.clear()
         elif choice == 3 and isinstance(victim, dict):
-            victim.update({r.choice(["line", "file", "path", "line_start"]): self.source.wrong()})
+            victim[r.choice(["line", "file", "path", "line_start"])] = self.source.wrong()
         elif choice == 4 and isinstance(victim, list):
             victim[: r.randrange(3)] = [self.source.wrong()]
         elif choice == 5:
@@ -283,26 +338,29 @@ class Saboteur:
             gc.collect()
         elif choice == 6 and self.depth < 3:
             self.depth += 1
-            self.attempt(fit._fit_page_context, self.answer, parts, 900)
+            self.attempt(fit._fit_page_context, self.answer, page, 900)
             self.depth -= 1
         else:
             self.held.clear()
 
     def sabotaged(self, usual):
+        """Return a utility that acts now and then, and now and then gives something odd."""
+
         def utility(*args):
             if self.r.random() < 0.2:
                 self.act()
-            return usual(*args) if self.r.random() < 0.98 else self.source.odd_result(self.r, usual,
-                args)
+            if self.r.random() < 0.02:
+                return self.source.odd_result(self.r, usual, args)
+            return usual(*args)
 
         return utility
 
     def attempt(self, function, *args):
         """Call it; any of the errors that a value can cause will do, and no other."""
         try:
-            return function(*args)
+            function(*args)
         except (TypeError, ValueError, OverflowError, LookupError, RecursionError):
-            return None
+            pass
         except AssertionError as error:  # sizes that a change in the middle makes differ
             assert "a candidate measured as" in str(error)
 
@@ -310,18 +368,19 @@ class Saboteur:
         """Call everything on this page, the collector running as often as it can."""
         before = gc.get_threshold()
         gc.set_threshold(1, 1, 1)
+        page, tokens = self.parts, self.source.tokens()
+        act = self.sabotaged(lambda *_: 30000)
         try:
-            act = self.sabotaged(lambda *_: 30000)
-            for function, *args in [
-                (fit._fit_page_context, self.answer, self.parts, self.source.tokens()),
-                (fit._assemble_grounding, self.parts, self.source.tokens()),
-                (fit._fit_prose, self.parts, act, 7), (fit._most, 40, act),
-                (getattr, self.parts, "seeds"),
-                (fit.citable, (self.act() or one for one in self.records())),
-                (fit.symbol_seeds, self.records()), (fit._listing, self.records()),
-                *((fit.render_symbol, one) for one in self.records()[:4]),
-                (fit._json_size, self.answer),
-            ]:  # fmt: skip
-                self.attempt(function, *args)
+            self.attempt(fit._fit_page_context, self.answer, page, tokens)
+            self.attempt(fit._assemble_grounding, page, tokens)
+            self.attempt(fit._fit_prose, page, act, 7)
+            self.attempt(fit._most, 40, act)
+            self.attempt(getattr, page, "seeds")
+            self.attempt(fit.citable, (self.act() or one for one in self.records()))
+            self.attempt(fit.symbol_seeds, self.records())
+            self.attempt(fit._listing, self.records())
+            for record in self.records()[:4]:
+                self.attempt(fit.render_symbol, record)
+            self.attempt(fit._json_size, self.answer)
         finally:
             gc.set_threshold(*before)

@@ -7,14 +7,25 @@ from workers.context_builder import _truncate_to_tokens, estimate_tokens
 from workers.wiki.repo_facts import FILE_CARDS_HEADING, _norm
 from workers.wiki_types import REQUESTED_CONTEXT_HEADING
 
-_SYM_BUDGET_FLOOR, _PAGE_CONTEXT_MAX_CHARS = 0.35, 40000
+_SYM_BUDGET_FLOOR = 0.35
 _ALWAYS_KEPT = (FILE_CARDS_HEADING, REQUESTED_CONTEXT_HEADING)
-_LISTED_CHARS, _LISTED_MAX, _SKELETON_LINES, _NOTE_ITEMS = 80, 30, 12, 6
+_SKELETON_LINES = 12
+_LISTED_CHARS = 80
 _LISTED_HEADING = "## More declarations (lines and signature only; ask for a body with query=)"
-_NOTE_PLACEHOLDER = "x" * 600
-_ASK = (' Ask for code with query="<file path or symbol>, ..."; '
-        'read another page with wiki(action="read", page_id=...).')
+_LISTED_MAX = 30
+_PAGE_CONTEXT_MAX_CHARS = 40000
+_NOTE_ITEMS = 6
 _FITTED_FIELDS = ("grounding", "symbols", "citation_seeds")
+_NOTE_PLACEHOLDER = "x" * 600
+
+ASK = (
+    ' Ask for code with query="<file path or symbol>, ..."; '
+    'read another page with wiki(action="read", page_id=...).'
+)
+CLOSING = " The file cards and the other fields alone exceed it."
+
+# ---- values -------------------------------------------------------------------------------------
+
 
 def expect(value, *kinds):
     """Return the value when it is of one of the kinds; any other type is wrong."""
@@ -22,11 +33,13 @@ def expect(value, *kinds):
         return value
     raise TypeError(f"expected {kinds[0].__name__}, not {type(value).__name__}")
 
+
 def count64(value):
     """Return a count, a budget or a size: an integer of at most 64 bits."""
     if -(2**63) <= expect(value, int) < 2**63:
         return value
     raise OverflowError("beyond 64 bits")
+
 
 def double(value):
     """Return a number as a double; an integer too large for one is infinite."""
@@ -35,9 +48,13 @@ def double(value):
     except OverflowError:
         return math.inf if value > 0 else -math.inf
 
+
 def missing(value):
-    """Tell whether a value counts as missing: null, false, zero or empty."""
-    return value is None or isinstance(value, (str, int, float, list, tuple, dict)) and not value
+    """Tell whether a value is as good as none at all, as every empty and every zero one is."""
+    if value is None:
+        return True
+    return isinstance(value, (str, int, float, list, tuple, dict)) and not value
+
 
 def text_form(value):
     """Return a plain value the way it is written into a text."""
@@ -47,6 +64,7 @@ def text_form(value):
         return repr(value)
     return int.__repr__(value) if isinstance(value, int) else float.__repr__(value)
 
+
 def line_number(value):
     """Return a line number as an integer: 0 when it is missing, a fraction cut off."""
     if missing(value):
@@ -55,18 +73,30 @@ def line_number(value):
         return int(value)
     raise ValueError(f"no line number: {type(value).__name__}")
 
+
+def joined(pieces):
+    """Return the pieces of a grounding as one text, a blank line between each two."""
+    return "\n\n".join(pieces)
+
+
+# ---- a page's grounding -------------------------------------------------------------------------
+
+
 def label(block):
-    """Return the name under which a note mentions a fact block that is left out."""
+    """Return what a note calls a fact block: its own name, or the bare title of its heading."""
     heading = block.text.split("\n", 1)[0].lstrip("# ").split(" (", 1)[0]
     return block.name or f"the '{heading}' block"
 
+
 def part_seeds(parts):
-    """Return the citable seeds of every fact block."""
+    """Return what a page may cite of its fact blocks."""
     return citable(one for block in parts.prose for one in block.seeds)
 
-def fact_text(parts):
-    """Return the texts of the fact blocks as one, empty ones left out."""
-    return "\n\n".join(block.text for block in parts.prose if block.text)
+
+def fact_texts(prose):
+    """Return the texts of the fact blocks that have one."""
+    return [block.text for block in prose if block.text]
+
 
 def pairs(parts):
     """Return the symbol blocks, best first: each a rendered text and its symbol record."""
@@ -75,28 +105,35 @@ def pairs(parts):
             raise TypeError("a symbol block is a pair of a text and a symbol record")
     return parts.blocks
 
+
 def seed(path, start, end=0):
-    """Return a citation seed over lines `start` to `end` (`start` alone when `end` is lower)."""
+    """Return a citation seed that never ends before it starts."""
     last = max(expect(start, int), expect(end, int))
     return {"path": expect(path, str), "line_start": start, "line_end": last}
 
+
 def citable(seeds):
-    """Return the seeds that name real lines: line 0 is no citable range."""
+    """Return the seeds that start at a line that a file can have."""
     return [one for one in seeds if line_number(expect(one, dict).get("line_start")) >= 1]
 
+
 def symbol_seeds(symbols):
-    """Return a citation seed over each symbol's lines, for those that have a file and a line."""
+    """Return what can be cited of symbols: the lines of each whose file is known."""
     seeds = []
     for sym in symbols:
         if not missing(expect(sym, dict).get("file")):
             path = expect(_norm(text_form(sym["file"])), str)
-            lines = [line_number(sym.get(key)) for key in ("line", "end_line")]
-            seeds.append(seed(path, *lines))
+            seeds.append(seed(path, *(line_number(sym.get(key)) for key in ("line", "end_line"))))
     return citable(seeds)
+
 
 def symbol_names(symbols):
     """Return the qualified names of the symbols that have one."""
     return [text_form(sym["fqn"]) for sym in symbols if not missing(expect(sym, dict).get("fqn"))]
+
+
+# ---- symbols as text ----------------------------------------------------------------------------
+
 
 def having(entries, key):
     """Yield the entries with a value under the key, which must be a string."""
@@ -104,35 +141,44 @@ def having(entries, key):
         if not missing(expect(one, dict).get(key)) and expect(one[key], str):
             yield one
 
+
+def parameter(one):
+    """Return a parameter as it stands in a symbol block."""
+    return one["name"] + ("" if missing(one.get("type")) else ": " + text_form(one["type"]))
+
+
+def skeleton(digest):
+    """Return a logic skeleton in its fence, the lines beyond the most that are shown counted."""
+    lines = digest.split("\n")
+    shown = lines[:_SKELETON_LINES]
+    if len(lines) > _SKELETON_LINES:
+        shown.append(f"... ({len(lines) - _SKELETON_LINES} more)")
+    return "\n".join(["logic skeleton:", "```", *shown, "```"])
+
+
 def render_symbol(sym):
     """Return the symbol block: a head line, then what is known of the symbol, line by line."""
     file = _norm(text_form(expect(sym, dict).get("file", "")))
     head = f"### {text_form(sym.get('fqn', ''))} ({text_form(sym.get('kind', ''))})"
     lines = [f"{head} — {text_form(file)}:L{text_form(sym.get('line', 0))}"]
     there = {key: value for key, value in sym.items() if not missing(value)}
+
     def add(key, before, after=""):
         if key in there:
             lines.append(before + text_form(there[key]) + after)
+
     add("signature", "signature: ")
-    params = [
-        one["name"] + ("" if missing(one.get("type")) else ": " + text_form(one["type"]))
-        for one in having(there.get("parameters", []), "name")
-    ]
-    if params:
-        lines.append("params: " + ", ".join(params))
+    if parameters := [parameter(one) for one in having(there.get("parameters", []), "name")]:
+        lines.append("params: " + ", ".join(parameters))
     add("docstring", "doc: ")
     add("fan_in", "fan-in: ", " references from production code outside this page")
     add("inside_refs", "inside this page: ", " references from its own files")
     add("neighbour_refs", "outside this page: its files reference it ", " times")
     add("snippet", "```\n", "\n```")
-    if "snippet" in there and "snippet_cut" in there:
-        cut = text_form(there["snippet_cut"])
-        lines.append(f"body cut: {cut} more lines, to L{text_form(sym.get('end_line', 0))}")
-    elif "snippet" not in there and "body_digest" in there:
-        digest = text_form(there["body_digest"]).split("\n")
-        more = len(digest) - _SKELETON_LINES
-        lines += ["logic skeleton:\n```", *digest[:_SKELETON_LINES]]
-        lines.append(f"... ({more} more)\n```" if more > 0 else "```")
+    if "snippet" in there:
+        add("snippet_cut", "body cut: ", f" more lines, to L{text_form(sym.get('end_line', 0))}")
+    elif "body_digest" in there:
+        lines.append(skeleton(text_form(there["body_digest"])))
     if "callees" in there:
         lines.append("calls (static): " + ", ".join(expect(there["callees"], list, tuple)))
     add("usage_example", "usage: ")
@@ -142,9 +188,11 @@ def render_symbol(sym):
         lines.append("has_tests: yes")
     return "\n".join(lines)
 
+
 def _listed(sym):
     """Return the one line that lists a symbol: its name, kind, lines and signature."""
-    line, end = line_number(expect(sym, dict).get("line")), line_number(sym.get("end_line"))
+    line = line_number(expect(sym, dict).get("line"))
+    end = line_number(sym.get("end_line"))
     span = f"L{line}-L{end}" if end > line else f"L{line}"
     what = next((sym[key] for key in ("signature", "docstring") if not missing(sym.get(key))), "")
     what = text_form(what).strip().split("\n", 1)[0]
@@ -154,14 +202,21 @@ def _listed(sym):
     head += f" — {text_form(_norm(text_form(sym.get('file', ''))))}:{span}"
     return f"{head}: {what}" if what else head
 
+
 def _listing(symbols):
     """Return the heading and a line for each symbol; nothing when there are no symbols."""
     lines = [] if symbols is None else [_listed(sym) for sym in symbols]
     return "\n".join([_LISTED_HEADING, *lines]) if lines else ""
 
+
+# ---- the API path, in tokens --------------------------------------------------------------------
+
+
 def _assemble_blocks(blocks, budget):
-    """Return the blocks, best first and whole, that the budget holds; the top one always."""
-    kept, used, budget = [], 0, expect(budget, int)
+    """Return the leading blocks that a budget in tokens holds; the top one whatever it takes."""
+    expect(budget, int)
+    kept = []
+    used = 0
     for block in blocks:
         cost = count64(estimate_tokens(expect(block, str)))
         if kept and used + cost > budget:
@@ -170,60 +225,78 @@ def _assemble_blocks(blocks, budget):
         used += cost
     return kept
 
+
 def _blocks_within(parts, budget):
-    """Return how many symbol blocks the token budget keeps whole."""
+    """Return how many bodies a page may show: what the code's share of its tokens holds."""
     floor = int(expect(budget, int) * _SYM_BUDGET_FLOOR)
-    sym_budget = max(floor, budget - count64(estimate_tokens(fact_text(parts))))
-    return len(_assemble_blocks([text for text, _ in pairs(parts)], sym_budget))
+    left = budget - count64(estimate_tokens(joined(fact_texts(parts.prose))))
+    return len(_assemble_blocks([text for text, _ in pairs(parts)], max(floor, left)))
+
 
 def _assemble_grounding(parts, budget):
     """Fit a grounding to its token budget: whole code first, the facts cut to the rest."""
     count = _blocks_within(parts, budget)
-    candidates = [sym for _, sym in pairs(parts)]
-    listing = _listing(candidates[count : count + _LISTED_MAX])
-    code = [text for text, _ in parts.blocks[:count]] + ([listing] if listing else [])
-    remainder = max(0, budget - count64(estimate_tokens("\n\n".join(code))))
-    non_symbol = expect(_truncate_to_tokens(fact_text(parts), remainder), str)
-    grounding = "\n\n".join(piece for piece in [non_symbol, *code] if piece)
-    seeds = symbol_seeds(candidates)
+    symbols = [sym for _, sym in pairs(parts)]
+    code = [text for text, _ in parts.blocks[:count]]
+    if listing := _listing(symbols[count : count + _LISTED_MAX]):
+        code.append(listing)
+    rest = max(0, budget - count64(estimate_tokens(joined(code))))
+    facts = expect(_truncate_to_tokens(joined(fact_texts(parts.prose)), rest), str)
+    grounding = joined(piece for piece in [facts, *code] if piece)
+    seeds = symbol_seeds(symbols)
     files = {expect(path, str) for path in parts.files} | {one["path"] for one in seeds}
-    return grounding, symbol_names(candidates), sorted(files), part_seeds(parts) + seeds
+    return grounding, symbol_names(symbols), sorted(files), part_seeds(parts) + seeds
+
+
+# ---- the agent path, in JSON characters ---------------------------------------------------------
+
 
 def _json_size(value):
     """Return the characters of a value's JSON text."""
     return len(json.dumps(value, ensure_ascii=False))
 
+
 def _cap_note(left_out, ask=False):
-    """Return the note of a capped answer: the first items left out by name, the rest counted."""
+    """Return what a cut answer says of its cuts: some by name, and how many more there are."""
     named = [expect(item, str) for item in expect(left_out, list, tuple)]
     if len(named) > _NOTE_ITEMS:
         named[_NOTE_ITEMS:] = [f"{len(named) - _NOTE_ITEMS} more blocks"]
     what = "; ".join(named) or "nothing that can be left out"
     note = f"answer capped at {_PAGE_CONTEXT_MAX_CHARS} characters; left out: {what}."
-    return note + _ASK if ask else note
+    return note + ASK if ask else note
+
 
 def _code_cut(kept, listed, total):
-    """Return how a note counts the symbol blocks left without their body; empty for none."""
+    """Return the note's item on code: nothing when every symbol block has its body."""
     cut = expect(total, int) - expect(kept, int)
     unlisted = cut - expect(listed, int)
-    return [] if cut <= 0 else [
+    if cut <= 0:
+        return []
+    return [
         f"the bodies of {cut} of {total:d} symbol blocks (the lowest ranked; {listed:d} of them "
         f"listed by lines and signature, {unlisted} not at all)"
     ]
 
+
 def _most(high, fits):
-    """Return the largest count up to `high` that fits, found by bisection."""
+    """Return the largest count up to `high` that fits; each test halves what is left."""
     low, high = 0, expect(high, int)
     while low < high:
         mid = (low + high + 1) // 2
-        low, high = (mid, high) if fits(mid) else (low, mid - 1)
+        if fits(mid):
+            low = mid
+        else:
+            high = mid - 1
     return low
 
+
 def _fit_prose(parts, size, total):
-    """Choose the fact blocks of a capped answer; return them and the labels of the others."""
+    """Return the fact blocks that stay in a cut answer, and what a note calls the others."""
     first = {expect(key, str) for key in expect(parts.budget.first, tuple, list)}
+
     def always_kept(block):
         return block.text.startswith(_ALWAYS_KEPT) or block.key != "" and block.key in first
+
     always = [block for block in parts.prose if always_kept(block)]
     base = count64(size(list(always), 0))
     room = max(0, _PAGE_CONTEXT_MAX_CHARS - base)
@@ -231,31 +304,46 @@ def _fit_prose(parts, size, total):
     if not math.isfinite(floor):
         raise ValueError("code_floor gives no finite share of the room")
     reserve = min(int(floor), count64(size(list(always), total)) - base)
-    shares = parts.budget.shares
-    prose, dropped, used = [], [], {}
+    prose = []
+    dropped = []
+    used = {}
+
+    def within_share(key, taken):
+        shares = parts.budget.shares
+        return key not in shares or taken <= double(shares[key]) * double(room)
+
+    def fits(block):
+        return count64(size([*prose, block], 0)) + reserve <= _PAGE_CONTEXT_MAX_CHARS
+
     for block in parts.prose:
         taken = used.get(block.key, 0) + _json_size(block.text) + _json_size(block.seeds)
-        within = block.key not in shares or taken <= double(shares[block.key]) * double(room)
-        if always_kept(block) or within and (
-            count64(size([*prose, block], 0)) + reserve <= _PAGE_CONTEXT_MAX_CHARS
-        ):
+        within = within_share(block.key, taken)
+        if always_kept(block) or within and fits(block):
             prose.append(block)
             used[block.key] = taken
         else:
             dropped.append(label(block))
     return prose, dropped
 
+
+def prior_item(prior, page_id):
+    """Return what a note says of a page's markdown that its answer no longer holds."""
+    return (
+        f"prior_markdown ({len(expect(prior, str))} characters; read the page with "
+        f'wiki(action="read", page_id="{text_form(page_id)}") before you edit it)'
+    )
+
+
 def _fit_page_context(result, parts, budget):
-    """Keep a page's answer under its cap: the prior markdown goes first, then whole blocks."""
+    """Return a page's answer within its JSON characters: as it is, without its old markdown, or
+    made anew of whole blocks."""
     if _json_size(expect(result, dict)) <= _PAGE_CONTEXT_MAX_CHARS:
         return result
     fixed = {key: value for key, value in result.items() if key not in _FITTED_FIELDS}
-    left_out, prior = [], result.get("prior_markdown")
+    left_out = []
+    prior = result.get("prior_markdown")
     if not missing(prior):
-        left_out = [
-            f"prior_markdown ({len(expect(prior, str))} characters; read the page with "
-            f'wiki(action="read", page_id="{text_form(fixed["page_id"])}") before you edit it)'
-        ]
+        left_out = [prior_item(prior, result["page_id"])]
         whole = {**result, "prior_markdown": None, "truncated": _cap_note(left_out)}
         if _json_size(whole) <= _PAGE_CONTEXT_MAX_CHARS:
             return whole
@@ -268,15 +356,15 @@ def _fit_page_context(result, parts, budget):
 
     def build(prose, count, listed, note):
         shown = symbols[: count + listed]
-        texts = [block.text for block in prose if block.text]
-        code = [text for text, _ in parts.blocks[:count]]
-        listing = _listing(shown[count:])
+        texts = fact_texts(prose) + [text for text, _ in parts.blocks[:count]]
+        if listing := _listing(shown[count:]):
+            texts.append(listing)
+        seeds = citable(one for block in prose for one in block.seeds)
         return {
             **fixed,
-            "grounding": "\n\n".join(texts + code + ([listing] if listing else [])),
+            "grounding": joined(texts),
             "symbols": symbol_names(shown),
-            "citation_seeds": citable(one for block in prose for one in block.seeds)
-            + symbol_seeds(symbols[:count]),
+            "citation_seeds": seeds + symbol_seeds(symbols[:count]),
             "truncated": note,
         }
 
@@ -295,6 +383,9 @@ def _fit_page_context(result, parts, budget):
         if _json_size(fitted) <= _PAGE_CONTEXT_MAX_CHARS:
             return fitted
         if count + listed == 0:
-            fitted["truncated"] = note + " The file cards and the other fields alone exceed it."
-            return fitted
-        count, listed = (count - 1, window(count - 1)) if count else (0, listed - 1)
+            return {**fitted, "truncated": note + CLOSING}
+        if count:
+            count -= 1
+            listed = window(count)
+        else:
+            listed -= 1

@@ -1,0 +1,51 @@
+"""What the module says of itself: names, signatures, docstrings, and its documents."""
+
+import inspect
+import re
+
+from harness import HOST_NAMES, ROOT, UsualHost, fit, model, parts, run_python
+
+RECORDS = (fit.FactBlock, fit.GroundingParts, fit.SectionBudget)
+DOCUMENTS = [ROOT / "README.md", *sorted(ROOT.glob("docs/*.md"))]
+
+
+class Contract(UsualHost):
+    def test_every_name_says_what_it_is(self):
+        public = {name for name in vars(fit) if not name.startswith("__")}
+        self.assertEqual(set(fit.__all__), public)
+        for name in fit.__all__:
+            one = getattr(fit, name)
+            if callable(one):
+                signature = inspect.signature(one)
+                self.assertNotIn("args", signature.parameters)
+                self.assertGreater(len(inspect.getdoc(one).splitlines()), 2, name)
+                if name in vars(model):
+                    plain = inspect.signature(getattr(model, name))
+                    self.assertEqual(str(signature), str(plain), name)
+        for record in RECORDS:
+            for field in record.__match_args__:
+                self.assertTrue(getattr(record, field).__doc__, f"{record.__name__}.{field}")
+
+    def test_named_arguments(self):
+        self.assertEqual(fit._code_cut(total=4, kept=0, listed=0), fit._code_cut(0, 0, 4))
+        self.assertEqual(fit._fit_page_context(budget=1, result={}, parts=parts()), {})
+
+    def test_examples_run_as_they_stand(self):
+        readme = (ROOT / "README.md").read_text(encoding="utf-8")
+        blocks = re.findall(r"^```python\n(.*?)^```", readme, re.DOTALL | re.MULTILINE)
+        examples = [block for block in blocks if "#> " in block]
+        self.assertTrue(examples)
+        for example in examples:
+            done = run_python("-c", example)
+            said = re.findall(r"#> (.*)", example)
+            self.assertEqual(done.stdout.splitlines(), said, done.stderr)
+
+    def test_documents_tell_every_name_and_no_other(self):
+        told = set()
+        for document in DOCUMENTS:
+            told |= set(re.findall(r"`([A-Za-z_]\w*)", document.read_text(encoding="utf-8")))
+        self.assertEqual(set(fit.__all__) - told, set())
+        stub = (ROOT / "grounding_fit.pyi").read_text(encoding="utf-8")
+        known = set(re.findall(r"\w+", stub)).union(HOST_NAMES)
+        stale = {name for name in told - known if re.match("_[A-Za-z]", name)}
+        self.assertEqual(stale, set(), "told, but nowhere to be found")

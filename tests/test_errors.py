@@ -1,0 +1,108 @@
+"""Errors: what they say and where, and that the host's own pass through."""
+
+import re
+
+from harness import CAP, HOST, UsualHost, fit, over, parts
+
+Block = fit.FactBlock
+within, context, prose = fit._blocks_within, fit._fit_page_context, fit._fit_prose
+NAN, INF = float("nan"), float("inf")
+
+
+class Errors(UsualHost):
+    def check(self, error, cases):
+        """Each case is a part of what the error says, the function, and its arguments."""
+        for words, function, *arguments in cases:
+            with self.subTest(words), self.assertRaisesRegex(error, re.escape(words)):
+                function(*arguments)
+
+    def test_places(self):
+        limited = parts([Block("", key="k")], budget=fit.SectionBudget(shares={"k": None}))
+        parameter = {"parameters": [{"name": 3}]}
+        deep = {"a": [1, {"b": {2}}]}
+        single = parts((), [("a",)])
+        prior = over(prior_markdown=[1])
+        cases = [
+            (
+                "_json_size(): value['a'][1]['b']: expected a JSON value, got set",
+                fit._json_size,
+                deep,
+            ),
+            ("value[0]: expected string keys, got 1", fit._json_size, [{1: 2}]),
+            ("['parameters'][0]['name']: expected a string, got 3", fit.render_symbol, parameter),
+            ("blocks[0]: expected a pair (tuple or list of two), got 1 items", within, single, 1),
+            ("prose[0]: expected a FactBlock of this module, got 3", within, parts([3]), 1),
+            ("parts: expected a GroundingParts of this module, got 3", context, over(), 3, 4),
+            ("result: expected an object (dict), got list", context, [], parts(), 4),
+            ("['prior_markdown']: expected a string, got list", context, prior, parts(), 4),
+            ("shares['k']: expected a float or integer, got None", prose, limited, lambda *_: 1, 1),
+            ("result of size: expected an integer, got 'x'", prose, parts(), lambda *_: "x", 1),
+            ("left_out[1]: expected a string, got 1", fit._cap_note, ["a", 1]),
+            ("left_out: expected a list or tuple, got 'text'", fit._cap_note, "text"),
+            ("_most(): fits: expected a callable, got None", fit._most, 1, None),
+            ("_most(): expected at most 2 arguments", fit._most, 1, 2, 3),
+            ("citable(): seeds: expected an iterable, got 5", fit.citable, 5),
+            ("seed(): start: expected an integer, got 1.0", fit.seed, "a", 1.0),
+            ("seed(): start: missing argument", fit.seed, "a"),
+        ]
+        self.check(TypeError, cases)
+        for wrong, words in [("path", "path: given twice"), ("x", "unexpected argument 'x'")]:
+            with self.assertRaisesRegex(TypeError, re.escape(f"seed(): {words}")):
+                fit.seed("a", 1, **{wrong: 2})
+
+    def test_places_of_wrong_values(self):
+        late = parts([Block("f")] * 2, [("t", {})] * 3 + [("t", {"file": "f", "line": "x"})])
+        line = "parts.blocks[3][1]['line']: expected an integer, got 'x'"
+        seeds = parts([Block("f", [{}, {"line_start": [1]}])])
+        start = "parts.prose[0].seeds[1]['line_start']: expected an integer"
+        odd = {"line_start": NAN}
+        endless = parts(code_floor=NAN)
+        cases = [
+            (f"_assemble_grounding(): {line}", fit._assemble_grounding, late, 100),
+            (f"_fit_page_context(): {line}", context, over(), late, 100),
+            (f"GroundingParts.seeds(): {start}", getattr, seeds, "seeds"),
+            ("seeds[0]['line_start']: expected an integer, got nan", fit.citable, [odd]),
+            ("code_floor: expected a number whose product", context, over(), endless, 4),
+        ]
+        self.check(ValueError, cases)
+        words = "budget: expected an integer of at most 64 bits"
+        self.check(OverflowError, [(words, within, parts(), 2**63)])
+        with self.assertRaises(KeyError) as caught:
+            context({"prior_markdown": "x" * CAP}, parts(), 1)
+        self.assertEqual(caught.exception.args, ("page_id",))
+
+    def test_line_numbers(self):
+        wrong = [INF, -INF, NAN, b"1", b"", "x", "1.0", [1], {"a": 1}, object(), {1}, "1" * 5000]
+        for value in wrong:
+            record = {"file": "f", "line": value}
+            self.assertRaises(ValueError, fit._listed, record)
+            self.assertRaises(ValueError, fit.symbol_seeds, [record])
+        self.assertIn(":L" + "9" * 40, fit._listed({"line": "9" * 40}))
+        self.assertRaises(ValueError, fit._listed, {"line": 10**5000})
+
+    def test_what_the_host_raises_passes_through(self):
+        page = parts([Block("f" * 99)], [("t", {"file": "f", "line": 1})] * 2)
+        error = LookupError("the host's own")
+
+        def utility(*args):
+            raise error
+
+        calls = [(fit._assemble_grounding, page, 5), (context, over(), page, 5)]
+        calls += [(fit._most, 3, utility), (prose, page, utility, 1)]
+        for names in (["estimate"], ["truncate", "norm"]):
+            HOST.set(**{name: utility for name in names})
+            for function, *arguments in calls:
+                with self.assertRaises(LookupError) as caught:
+                    function(*arguments)
+                self.assertIs(caught.exception, error)
+
+    def test_wrong_results_of_the_host(self):
+        page = parts([Block("f" * 99)], [("t", {"file": "f", "line": 1})] * 2)
+        cases = [("estimate", "x", TypeError), ("estimate", 2**63, OverflowError)]
+        cases += [("norm", 3, TypeError), ("norm", [], TypeError)]
+        for name, result, error in cases:
+            HOST.set(**{name: lambda _: result})
+            self.assertRaises(error, fit._assemble_grounding, page, 5)
+            self.assertRaises(error, context, over(), page, 5)
+        HOST.set(truncate=lambda *_: None)
+        self.assertRaises(TypeError, fit._assemble_grounding, page, 5)

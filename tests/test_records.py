@@ -1,0 +1,159 @@
+"""The immutable records: their fields, defaults, values and ends."""
+
+import copy
+import gc
+import pickle
+import weakref
+from dataclasses import dataclass
+
+from harness import UsualHost, fit, parts
+
+Block, Parts, Budget = fit.FactBlock, fit.GroundingParts, fit.SectionBudget
+
+
+@dataclass
+class Kind:
+    """A type of record: two values of each field, and the defaults of those that have one."""
+
+    type: type
+    values: list
+    others: list
+    defaults: dict
+
+    @property
+    def names(self):
+        """The names of the fields."""
+        return self.type.__match_args__
+
+    @property
+    def required(self):
+        """The values of the fields that have no default."""
+        return self.values[: len(self.names) - len(self.defaults)]
+
+
+KINDS = [
+    Kind(
+        Block,
+        ["text", [1], "name", "key"],
+        ["", [2], "eman", "yek"],
+        {"seeds": (), "name": "", "key": ""},
+    ),
+    Kind(
+        Parts,
+        [[], (), {"f"}, 1, Budget()],
+        [[1], (2,), {"g"}, 0.5, Budget(1)],
+        {"code_floor": 0.35, "budget": fit._DEFAULT_BUDGET},
+    ),
+    Kind(
+        Budget,
+        [1, ("a",), {"b": 0.5}, 2],
+        [2, ("b",), {"b": 0.25}, 3],
+        {"readme_chars": 4000, "first": (), "shares": {}, "document_chars": 0},
+    ),
+]
+
+
+class Records(UsualHost):
+    def test_fields_and_defaults(self):
+        for kind in KINDS:
+            with self.subTest(kind.type):
+                record = kind.type(*kind.values)
+                self.assertEqual(record, kind.type(**dict(zip(kind.names, kind.values))))
+                for name, value in zip(kind.names, kind.values, strict=True):
+                    self.assertIs(getattr(record, name), value)
+                least = kind.type(*kind.required)
+                found = {name: getattr(least, name) for name in kind.defaults}
+                self.assertEqual(found, kind.defaults)
+
+    def test_values(self):
+        for kind in KINDS:
+            with self.subTest(kind.type):
+                record = kind.type(*kind.values)
+                self.assertEqual(eval(repr(record), vars(fit)), record)
+                pickled = pickle.loads(pickle.dumps(record))
+                for again in (copy.copy(record), copy.deepcopy(record), pickled):
+                    self.assertEqual(again, record)
+                    self.assertIs(type(again), kind.type)
+                for index, other in enumerate(kind.others):
+                    values = [*kind.values[:index], other, *kind.values[index + 1 :]]
+                    self.assertNotEqual(record, kind.type(*values))
+                self.assertNotEqual(record, kind.values)
+                self.assertRaises(TypeError, hash, record)
+                self.assertRaises(TypeError, fit._json_size, record)
+
+    def test_nothing_can_be_changed(self):
+        for kind in KINDS:
+            with self.subTest(kind.type):
+                record = kind.type(*kind.values)
+                for name in [*kind.names, "new"]:
+                    self.assertRaises(AttributeError, setattr, record, name, 1)
+                    self.assertRaises(AttributeError, delattr, record, name)
+                self.assertRaises(TypeError, type, "Derived", (kind.type,), {})
+                self.assertRaises(TypeError, setattr, kind.type, "text", 1)
+
+    def test_wrong_arguments(self):
+        for kind in KINDS:
+            with self.subTest(kind.type):
+                for index, name in enumerate(kind.names):
+                    values = [*kind.values[:index], object(), *kind.values[index + 1 :]]
+                    words = rf"^{kind.type.__name__}\(\): {name}: expected "
+                    self.assertRaisesRegex(TypeError, words, kind.type, *values)
+                self.assertRaises(TypeError, kind.type, *kind.values, 1)
+                self.assertRaises(TypeError, kind.type, *kind.values, wrong=1)
+                twice = {kind.names[0]: kind.values[0]}
+                self.assertRaises(TypeError, kind.type, *kind.values[:1], **twice)
+                if kind.required:
+                    self.assertRaises(TypeError, kind.type, *kind.required[1:])
+
+    def test_fact_block_is_positional(self):
+        block = Block("t", (), "n", "k")
+        text, seeds, name, key = block
+        self.assertEqual((text, seeds, name, key), block[:])
+        self.assertEqual((block[-1], block[0], block[1:3]), ("k", "t", ((), "n")))
+        self.assertEqual((len(block), list(block)[3]), (4, "k"))
+        for wrong in (4, -5, 2**70):
+            self.assertRaises(IndexError, block.__getitem__, wrong)
+        self.assertRaises(TypeError, block.__getitem__, "a")
+        self.assertNotIsInstance(block, tuple)
+        self.assertEqual(hash(block), hash(Block("t", (), "n", "k")))
+        match block:
+            case Block(text, _, "n"):
+                self.assertEqual(text, "t")
+            case _:
+                self.fail("no match")
+
+    def test_defaults_are_shared_or_fresh(self):
+        self.assertIs(parts().budget, fit._DEFAULT_BUDGET)
+        self.assertIsNot(Budget().shares, Budget().shares)
+        again = pickle.loads(pickle.dumps(fit._DEFAULT_BUDGET))
+        self.assertEqual(again, fit._DEFAULT_BUDGET)
+        self.assertIsNot(again, fit._DEFAULT_BUDGET)
+
+    def test_policies(self):
+        guide = Budget(28000, (fit.README,), {fit.DIGEST: 0.25}, 0)
+        decisions = Budget(4000, (fit.DOCUMENT,), {}, 24000)
+        policies = {"getting-started": guide, "decisions": decisions}
+        self.assertEqual(list(fit._BUDGETS.items()), list(policies.items()))
+        for name in policies:
+            self.assertIs(fit.section_budget(name), fit._BUDGETS[name])
+        for name in ("Decisions", "", "module"):
+            self.assertIs(fit.section_budget(name), fit._DEFAULT_BUDGET)
+        with self.assertRaises(TypeError):
+            fit._BUDGETS["new"] = Budget()
+        with self.assertRaises(TypeError):
+            del fit._BUDGETS["decisions"]
+
+    def test_cycles(self):
+        class Marker:
+            pass
+
+        seeds = []
+        block = Block("t", seeds)
+        seeds.append(block)
+        self.assertIn("FactBlock(...)", repr(block))
+        marker = Marker()
+        seeds.append(marker)
+        gone = weakref.ref(marker)
+        del block, seeds, marker
+        gc.collect()
+        self.assertIsNone(gone(), "a cycle through a record is not collected")
