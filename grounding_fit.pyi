@@ -26,6 +26,7 @@ from typing import (
     final,
     overload,
 )
+from typing_extensions import NotRequired
 
 __all__ = [
     "section_budget",
@@ -38,12 +39,14 @@ __all__ = [
     "_assemble_blocks",
     "_blocks_within",
     "_assemble_grounding",
+    "explain_grounding",
     "_json_size",
     "_cap_note",
     "_code_cut",
     "_most",
     "_fit_prose",
     "_fit_page_context",
+    "explain_page_context",
     "FactBlock",
     "GroundingParts",
     "SectionBudget",
@@ -125,6 +128,71 @@ class _PageContext(TypedDict, total=False):
     citation_seeds: list[_CitationSeed]
     truncated: str
 
+class _FactReport(TypedDict):
+    """What became of one fact block, sizes in JSON characters."""
+
+    label: str
+    key: str
+    verdict: Literal["always kept", "kept first", "fits", "over its share", "over the cap"]
+    kept: bool
+    text: int  # of the text as a string; with `seeds`, what the block costs
+    seeds: int  # of all seeds as an array
+    citable_seeds: int | None  # that the citable ones add to the answer; None if unreadable
+    share: NotRequired[float | None]  # the most its kind may cost; None if that is not finite
+    share_used: NotRequired[int]  # of it, by blocks before this one
+    short_by: int | None  # 0 for a block that is kept; None if no number tells it
+
+class _SymbolsReport(TypedDict):
+    """How many symbols are shown, and what kept out the next body."""
+
+    total: int
+    within_tokens: int  # bodies that the token budget allows
+    bodies: int
+    listed: int
+    not_shown: int
+    stopped_by: Literal["nothing", "tokens", "note", "cap"]
+    short_by_tokens: NotRequired[int]  # with "tokens"
+    short_by_characters: NotRequired[int]  # with "cap" and "note"
+
+class _NoteReport(TypedDict):
+    size: int  # JSON characters between its quotes
+    bodies_taken_off: int
+    lines_taken_off: int
+
+class _PageReport(TypedDict):
+    """Every decision of a page_context answer, sizes in JSON characters."""
+
+    outcome: Literal["fits", "fits without prior_markdown", "rebuilt", "over the cap"]
+    cap: int
+    given: int
+    size: int
+    note: NotRequired[_NoteReport]  # unless the answer fits
+    base: NotRequired[int]  # this and what follows: of a rebuilt answer, or one over the cap
+    room: NotRequired[int]
+    floor: NotRequired[int]
+    all_bodies: NotRequired[int]
+    reserve: NotRequired[int]
+    facts: NotRequired[list[_FactReport]]
+    symbols: NotRequired[_SymbolsReport]
+
+class _FactTokens(TypedDict):
+    whole: int  # of the fact text before it is cut
+    room: int  # that the code leaves
+    kept: int  # of the fact text as it was cut
+
+class _GroundingReport(TypedDict):
+    """Every decision of a grounding, sizes in tokens."""
+
+    budget: int
+    size: int
+    floor: int
+    share: int  # of the bodies
+    used: int  # of it, by the bodies that are kept
+    code: int  # bodies and listing
+    facts: _FactTokens
+    symbols: _SymbolsReport
+    over: int  # by how much the text passes its budget
+
 class _Object(TypedDict):
     """No key asked for: every TypedDict is one, and no mapping but a dict can be."""
 
@@ -150,7 +218,7 @@ class _Size(Protocol):
 
 @final
 class FactBlock:
-    """One fact block of a grounding: its text, the citation seeds it stands on, its name in notes.
+    """Prose for a page's writer, with the citation seeds behind it.
 
     Immutable and positional: it unpacks, iterates and indexes as its four fields."""
 
@@ -160,16 +228,16 @@ class FactBlock:
     ) -> FactBlock: ...
     @property
     def text(self) -> str:
-        """The block's text; its first line is normally a Markdown heading."""
+        """What the block puts into the grounding, usually under a Markdown heading."""
     @property
     def seeds(self) -> _Array[_Seed]:
-        """The citation seeds the block stands on, citable or not."""
+        """The lines that the text rests on, citable or not."""
     @property
     def name(self) -> str:
-        """How a note names the block; empty: after its heading."""
+        """What a note calls the block when it is left out; empty: its heading."""
     @property
     def key(self) -> str:
-        """The block's kind: README, DIGEST, DOCUMENT, or any other."""
+        """What kind of block it is to a policy: README, DIGEST, DOCUMENT, or any other."""
     def label(self) -> str:
         """Return how a note names the block when it is left out: its name, else its heading."""
     def __len__(self) -> Literal[4]: ...
@@ -185,7 +253,7 @@ class FactBlock:
 
 @final
 class GroundingParts:
-    """A page's grounding before it is fitted to a budget.
+    """All that was gathered for a page, before anything is cut.
 
     Immutable; the sequences stay the caller's own."""
 
@@ -206,20 +274,20 @@ class GroundingParts:
         """Pairs of a symbol block's text and its symbol record, best first."""
     @property
     def files(self) -> set[str] | frozenset[str]:
-        """Paths of the files the fact blocks stand on."""
+        """Paths of the files behind the fact blocks."""
     @property
     def code_floor(self) -> float:
-        """The share of a capped answer's room kept for symbol blocks."""
+        """The fraction of a capped answer's room that code can count on."""
     @property
     def budget(self) -> SectionBudget:
-        """How the page's type spends the room."""
+        """The policy of the page's type."""
     @property
     def seeds(self) -> list[_CitationSeed]:
         """The citable seeds of every fact block, in order: a new list at every reading."""
 
 @final
 class SectionBudget:
-    """How a page type spends the room of its grounding; sizes in code points.
+    """The policy of a page type: what the host quotes, and which blocks come first.
 
     Immutable. shares: a dict, or a read-only view of one; without it, a new empty dict."""
 
@@ -233,16 +301,16 @@ class SectionBudget:
     ) -> SectionBudget: ...
     @property
     def readme_chars(self) -> int:
-        """Code points of the README the page reads."""
+        """How much of the README the host quotes, in code points."""
     @property
     def first(self) -> _Array[str]:
-        """Keys of the fact blocks kept before any other, beside the file cards."""
+        """Keys of the blocks that stay whatever else must go."""
     @property
     def shares(self) -> Mapping[str, float]:
-        """Block key to the most of a capped answer's room its blocks may take."""
+        """By block key, what part of the room all blocks of that key may cost."""
     @property
     def document_chars(self) -> int:
-        """Code points of the page's own documents it reads, shared among them."""
+        """How much of the page's own documents the host quotes in all, in code points."""
 
 def section_budget(type_id: str | None) -> SectionBudget:
     """Return the SectionBudget of a page type; _DEFAULT_BUDGET when it has none of its own."""
@@ -277,6 +345,11 @@ def _assemble_grounding(
 ) -> tuple[str, list[str], list[str], list[_CitationSeed]]:
     """Return (grounding, symbols, files, seeds): a page's grounding under a budget in tokens."""
 
+def explain_grounding(
+    parts: GroundingParts, budget: int
+) -> tuple[tuple[str, list[str], list[str], list[_CitationSeed]], _GroundingReport]:
+    """Return (grounding, report): the tuple of _assemble_grounding, and why it is as it is."""
+
 def _json_size(value: _JsonValue) -> int:
     """Return the length of a value's JSON text in code points, without making the text."""
 
@@ -299,3 +372,8 @@ def _fit_page_context(result: _AnswerT, parts: GroundingParts, budget: int) -> _
 
     result: given back itself when it fits. budget: the page's, in tokens. A capped answer is a
     new dict whose `truncated` says what was left out."""
+
+def explain_page_context(
+    result: _AnswerT, parts: GroundingParts, budget: int
+) -> tuple[_AnswerT, _PageReport]:
+    """Return (answer, report): what _fit_page_context gives, and every decision that made it."""

@@ -40,6 +40,8 @@ GOOD = {
     "_most": [3, bool],
     "_fit_prose": [parts(), lambda *_: 1, 2],
     "_fit_page_context": [over(), parts(), 1],
+    "explain_page_context": [over(), parts(), 1],
+    "explain_grounding": [parts(), 1],
     "FactBlock": ["t", [], "n", "k"],
     "GroundingParts": [[], [], set(), 0.5, fit.SectionBudget()],
     "SectionBudget": [1, (), {}, 2],
