@@ -7,8 +7,6 @@ namespace grounding_fit::host {
 
 template <const record_shape& Shape>
 struct record_slots {
-  static constexpr auto k_size = static_cast<Py_ssize_t>(Shape.fields.size());
-
   static PyObject* make(PyTypeObject* type, PyObject* args, PyObject* keywords) noexcept {
     return boundary(Shape.name(), [&] { return build_record(type, Shape, args, keywords); });
   }
@@ -60,9 +58,11 @@ struct record_slots {
   }
   static PyObject* extra_method(PyObject* self, PyObject*) noexcept { return extra(self, nullptr); }
 
-  static Py_ssize_t length(PyObject*) noexcept { return k_size; }
+  static Py_ssize_t length(PyObject*) noexcept {
+    return static_cast<Py_ssize_t>(Shape.fields.size());
+  }
   static PyObject* item(PyObject* self, Py_ssize_t i) noexcept {
-    if (i < 0 || i >= k_size) {
+    if (i < 0 || i >= length(self)) {
       PyErr_Format(PyExc_IndexError, "%s index out of range", Shape.name());
       return nullptr;
     }
