@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "text/text.hpp"
+#include "text/kernels.hpp"
 
 using namespace grounding_fit;
 
@@ -20,7 +20,7 @@ std::size_t plain(const Unit* units, std::size_t length) {
 }
 
 template <class Unit>
-void expect_same(const escape_kernel& kernel,
+void expect_same(const text_kernel& kernel,
                  std::size_t (*growth)(const Unit*, std::size_t) noexcept, const Unit* units,
                  std::size_t length, const char* what) {
   const std::size_t want = plain(units, length);
@@ -32,7 +32,7 @@ void expect_same(const escape_kernel& kernel,
 }
 
 template <class Unit>
-void test(const escape_kernel& kernel, std::size_t (*growth)(const Unit*, std::size_t) noexcept) {
+void test(const text_kernel& kernel, std::size_t (*growth)(const Unit*, std::size_t) noexcept) {
   // Each unit alone in each lane of a step, among units that cost nothing.
   const std::size_t units = sizeof(Unit) == 1 ? 0x100 : 0x10000 + 0x200;
   std::vector<Unit> text(64, Unit('a'));
@@ -69,10 +69,10 @@ void test(const escape_kernel& kernel, std::size_t (*growth)(const Unit*, std::s
 }  // namespace
 
 int main() {
-  for (const escape_kernel& kernel : escape_kernels()) {
-    test(kernel, kernel.of_1);
-    test(kernel, kernel.of_2);
-    test(kernel, kernel.of_4);
+  for (const text_kernel& kernel : text_kernels()) {
+    test(kernel, kernel.growth_1);
+    test(kernel, kernel.growth_2);
+    test(kernel, kernel.growth_4);
     std::printf("%s: tested\n", kernel.name);
   }
   return failures == 0 ? 0 : 1;

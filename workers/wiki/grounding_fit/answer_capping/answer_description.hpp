@@ -13,7 +13,7 @@ namespace grounding_fit {
 // A fact block that stays: its text, unless it is empty, and the seeds that can be cited.
 template <class Out>
 void describe_fact(Out& out, page_fact& fact) {
-  if (const sized_text text = fact.text(); !text.text.empty()) {
+  if (const whole_text text = fact.text(); !text.text.empty()) {
     out.begin_text();
     out.add_text(text);
   }
@@ -24,7 +24,7 @@ void describe_fact(Out& out, page_fact& fact) {
 
 // A symbol with its body: the whole block, empty or not, its name and its seed.
 template <class Out>
-void describe_body(Out& out, const page_symbols& symbols, std::size_t i) {
+void describe_body(Out& out, page_symbols& symbols, std::size_t i) {
   out.begin_text();
   out.add_text(symbols.body(i));
   if (symbols.has_name(i)) out.add_name(symbols.name(i));
@@ -46,7 +46,7 @@ void describe_listed(Out& out, const page_symbols& symbols, shown_code code) {
 // The blocks of an answer, in their order.
 template <class Out, class Positions>
 void describe_blocks(Out& out, std::vector<page_fact>& facts, const Positions& kept,
-                     const page_symbols& symbols, shown_code code) {
+                     page_symbols& symbols, shown_code code) {
   for (const std::size_t fact : kept) describe_fact(out, facts[fact]);
   for (std::size_t i = 0; i < code.bodies; ++i) describe_body(out, symbols, i);
   describe_listed(out, symbols, code);

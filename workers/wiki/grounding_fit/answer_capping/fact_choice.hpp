@@ -23,7 +23,7 @@ constexpr bool stays(verdict of) {
   return of == verdict::always_kept || of == verdict::kept_first || of == verdict::fits;
 }
 
-// Whether sizes that decide nothing are left unknown, or all are taken, for a report.
+// Whether a bound may say no before a text is read, or every size is taken, as a report needs them.
 enum class sizing { needed, all };
 
 // What became of one fact block, and the numbers that decided it, in JSON characters.
@@ -32,7 +32,7 @@ struct fact_decision {
   fact_cost cost;               // what it counts for in the share of its kind
   std::optional<double> share;  // the most that its kind may cost, where there is a limit
   std::int64_t share_used = 0;  // of that share, by blocks before it
-  __int128 tried = 0;           // the answer with it and no body, where the cap was asked
+  std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
 
   // Of the block, for a report alone:
   host::owned label, key;
@@ -64,7 +64,7 @@ bool at_most(__int128 sum, double bound);
 enum class bodies { none, within_tokens };
 
 // Measures the answers that the choice tries. `shown` is what some fact blocks come to: sizes, or a
-// list for a host that measures by itself.
+// list for a host that measures by itself, which knows no bounds.
 template <class M>
 concept fact_measure = requires(M measure, typename M::shown shown, std::size_t fact) {
   { measure.of(std::span<const std::size_t>()) } -> std::same_as<typename M::shown>;
@@ -88,35 +88,48 @@ struct fact_choice {
   Shown kept;                            // what those that stay come to
 };
 
-template <fact_measure Measure>
+// What is kept free for code. As soon as the bodies are known to take their floor, it is the floor.
+template <sizing Sizing, fact_measure Measure>
 answer_room room_of(const fact_policy& policy, const std::vector<fact_decision>& decisions,
                     Measure& measure) {
   std::vector<std::size_t> always;
   for (std::size_t i = 0; i < decisions.size(); ++i) {
     if (stays(decisions[i].outcome)) always.push_back(i);
   }
-  const auto least = measure.of(always);
+  const auto shown = measure.of(always);
   answer_room room;
-  room.base = measure.size(least, bodies::none);
+  room.base = measure.size(shown, bodies::none);
   room.room = std::max<__int128>(0, k_answer_max_chars - room.base);
   room.floor = policy.floor_of(static_cast<double>(room.room));
-  room.all_bodies = measure.size(least, bodies::within_tokens) - room.base;
+  if constexpr (Sizing == sizing::needed) {
+    room.all_bodies = measure.least(shown, bodies::within_tokens) - room.base;
+  }
+  if (Sizing == sizing::all || room.all_bodies < room.floor) {
+    room.all_bodies = measure.size(shown, bodies::within_tokens) - room.base;
+  }
   room.reserve = std::min(room.floor, room.all_bodies);
   return room;
 }
 
 // Decides one block, given what is decided before it; adds it to `kept` when it stays.
-template <fact_measure Measure>
-verdict decide_fact(fact_decision& now, std::size_t fact, const answer_room& room, Measure& measure,
-                    typename Measure::shown& kept) {
+template <sizing Sizing, fact_measure Measure>
+verdict decide_fact(fact_decision& now, page_fact& fact, std::size_t at, const answer_room& room,
+                    Measure& measure, typename Measure::shown& kept) {
   if (stays(now.outcome)) {
-    kept = measure.with(std::move(kept), fact);
+    kept = measure.with(std::move(kept), at);
     return now.outcome;
   }
-  if (now.share && !at_most(__int128(now.share_used) + now.cost.total(), *now.share)) {
-    return verdict::over_share;
+  const auto over_share = [&] {
+    return now.share && !at_most(__int128(now.share_used) + now.cost.total(), *now.share);
+  };
+  if (over_share()) return verdict::over_share;
+  if constexpr (Sizing == sizing::needed) {
+    // The cap is not asked of a block that is over its share: asking reads the block's seeds.
+    if (now.share) now.cost = fact.template cost<extent::exact>();
+    if (over_share()) return verdict::over_share;
+    if (measure.least_with(kept, at) + room.reserve > k_answer_max_chars) return verdict::over_cap;
   }
-  auto with = measure.with(kept, fact);
+  auto with = measure.with(kept, at);
   now.tried = measure.size(with, bodies::none);
   if (now.tried + room.reserve > k_answer_max_chars) return verdict::over_cap;
   kept = std::move(with);
@@ -127,24 +140,25 @@ verdict decide_fact(fact_decision& now, std::size_t fact, const answer_room& roo
 template <sizing Sizing, fact_measure Measure>
 auto choose_facts(const fact_policy& policy, std::vector<page_fact>& facts, Measure& measure)
     -> fact_choice<typename Measure::shown> {
+  constexpr extent known = Sizing == sizing::all ? extent::exact : extent::least;
   std::vector<fact_decision> decisions(facts.size());
   for (std::size_t i = 0; i < facts.size(); ++i) {
     decisions[i].outcome = policy.of(facts[i].block());
   }
-  const answer_room room = room_of(policy, decisions, measure);
+  const answer_room room = room_of<Sizing>(policy, decisions, measure);
   auto kept = measure.of({});
   std::map<text_view, std::int64_t> used;  // by block key, as far as shares ask for it
   for (std::size_t i = 0; i < facts.size(); ++i) {
     fact_decision& now = decisions[i];
-    now.cost = facts[i].cost();
+    now.cost = facts[i].template cost<known>();
     now.share = policy.share_of(facts[i].block(), static_cast<double>(room.room));
     std::int64_t* taken = now.share ? &used[host::view_of(facts[i].block().key())] : nullptr;
     if (taken != nullptr) now.share_used = *taken;
-    now.outcome = decide_fact(now, i, room, measure, kept);
-    if (stays(now.outcome)) {
-      if (taken != nullptr) *taken += now.cost.total();
-    } else if (Sizing == sizing::needed) {
-      facts[i].leave_out();
+    now.outcome = decide_fact<Sizing>(now, facts[i], i, room, measure, kept);
+    if (!stays(now.outcome)) {
+      if (Sizing == sizing::needed) facts[i].leave_out();
+    } else if (taken != nullptr) {
+      *taken += facts[i].template cost<extent::exact>().total();
     }
   }
   return {room, std::move(decisions), std::move(kept)};

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "answer_capping/answer_pieces.hpp"
+#include "answer_capping/note.hpp"
 
 namespace grounding_fit {
 
@@ -9,7 +10,10 @@ namespace grounding_fit {
 inline constexpr host::key k_fitted_fields[] = {host::key::grounding, host::key::symbols,
                                                 host::key::citation_seeds};
 
-// The members of the host's answer as they stood when the call began, each sized once.
+// The members of the host's answer as they stood when the call began.
+//
+// A rebuilt answer needs the sizes of what it carries over. The other members, the largest by far,
+// need only be counted when the answer may fit: at first they have their least size.
 class given_answer {
  public:
   enum class role {
@@ -21,12 +25,16 @@ class given_answer {
   struct member {
     host::owned key, value;
     std::int64_t size = 0;  // of both, and the ": " between them
+    extent measured = extent::least;
     role is = role::carried;
   };
 
   given_answer(const host::module_state& state, host::handle result, json_meter& meter);
 
-  std::int64_t size() const { return all_.bracketed(); }
+  // Of the whole answer, as far as its members are measured.
+  std::int64_t size() const;
+  // Measures every member to the character.
+  void take_exact_sizes();
   const std::vector<member>& members() const { return members_; }
   bool has_prior() const { return bool(prior_); }
   bool has_note() const { return has_note_; }
@@ -36,11 +44,13 @@ class given_answer {
   host::owned page_id() const;  // as text; KeyError when the host gave none
 
  private:
-  role role_of(text_view name, host::handle value);
+  role role_of(host::handle name, host::handle value);
+  template <extent Extent, class Which>
+  void measure(Which&& which);
 
   const host::module_state& state_;
+  json_meter& meter_;
   std::vector<member> members_;
-  tally all_;
   host::handle prior_;
   bool has_note_ = false, prior_seen_ = false;
 };

@@ -9,7 +9,18 @@
 
 namespace grounding_fit {
 
-inline std::int64_t json_string_size(text_view text) { return 2 + escaped_length(text); }
+// How closely a size is taken: to the character, or as a lower bound for which no text and no digit
+// is read, since a text takes at least its own length. Both refuse the same values.
+enum class extent { exact, least };
+
+template <extent Extent>
+std::int64_t inner_size(text_view text) {
+  return Extent == extent::exact ? escaped_length(text) : static_cast<std::int64_t>(text.length());
+}
+template <extent Extent = extent::exact>
+std::int64_t json_string_size(text_view text) {
+  return 2 + inner_size<Extent>(text);
+}
 // A member of an object, the ": " between key and value included.
 inline std::int64_t member_size(text_view key, std::int64_t value) {
   return json_string_size(key) + 2 + value;
@@ -20,14 +31,22 @@ class json_meter {
  public:
   // TypeError for what JSON has no form for, keys that are no strings among it; RecursionError for
   // containers nested too deep or in a cycle.
+  template <extent Extent = extent::exact>
   std::int64_t size_of(host::handle value);
   // A member of an object, the ": " between key and value included.
+  template <extent Extent = extent::exact>
   std::int64_t size_of_member(std::size_t position, host::handle key, host::handle value);
 
  private:
+  template <extent Extent>
   std::int64_t size_of_array(host::owned array);
+  template <extent Extent>
   std::int64_t size_of_object(host::owned object);
-  std::int64_t size_of_key(std::size_t position, host::handle key);
+  std::int64_t size_of_key(std::size_t position, host::handle key) {
+    const sized_key& last = keys_[position % std::size(keys_)];
+    return last.key.is(key) ? last.size : size_of_new_key(position, key);
+  }
+  std::int64_t size_of_new_key(std::size_t position, host::handle key);
 
   // Objects of one kind have the same keys in the same order, so the last key of each position is
   // remembered by address, and kept alive.

@@ -9,12 +9,6 @@ std::vector<page_fact> take_page_facts(const fact_blocks& prose, json_meter& met
   return facts;
 }
 
-sized_text page_fact::text() {
-  const text_view text = host::view_of(block_.text());
-  if (text_size_ < 0) text_size_ = escaped_length(text);
-  return {text, text_size_};
-}
-
 void page_fact::take_seeds() {
   if (std::exchange(seeds_taken_, true)) return;
   const host::handle seeds = block_.seeds();
@@ -44,11 +38,15 @@ sized_value page_fact::seed_at(std::size_t i) {
   return {one.value, one.json_size};
 }
 
+template <extent Extent>
 fact_cost page_fact::cost() {
   take_seeds();
   tally seeds;
   for (std::size_t i = 0; i < seeds_.size(); ++i) seeds.add(seed_at(i).size());
-  return {2 + text().size(), seeds.bracketed()};
+  const std::int64_t inner = Extent == extent::exact ? text().size() : text().least();
+  return {2 + inner, seeds.bracketed()};
 }
+template fact_cost page_fact::cost<extent::exact>();
+template fact_cost page_fact::cost<extent::least>();
 
 }  // namespace grounding_fit

@@ -19,13 +19,15 @@ class page_fact {
       : block_(block), position_(position), meter_(&meter) {}
 
   const fact_block& block() const { return block_; }
+  // With the text's least size, it reads all that the rules read, and refuses all that they refuse.
+  template <extent Extent>
   fact_cost cost();
   // Reads which seeds can be cited, before an answer shows them.
   void read_seeds(const host::module_state& state);
   // Lets go of the seeds: only a block that stays is asked for them again.
   void leave_out() { std::vector<seed>().swap(seeds_); }
 
-  sized_text text();
+  whole_text text() { return {host::view_of(block_.text()), &text_size_}; }
   std::size_t seeds() const { return seeds_.size(); }
   bool is_citable(std::size_t i) const { return seeds_[i].citable; }
   sized_value seed_at(std::size_t i);

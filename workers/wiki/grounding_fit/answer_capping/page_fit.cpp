@@ -54,12 +54,15 @@ page_symbols take_symbols(const module_state& state, std::vector<symbol_block> b
 }
 
 // Most bodies first, and where there is room for none, most lines.
+template <sizing Sizing>
 code_decision most_code(rebuilt_answer& answer, const rebuilt_answer::shown& facts,
                         const page_symbols& symbols) {
   code_decision code;
   const auto within_tokens = static_cast<std::int64_t>(symbols.within_tokens());
   const std::int64_t count = most(within_tokens, [&](std::int64_t n) {
-    const std::int64_t size = answer.size(facts, symbols.with_window(static_cast<std::size_t>(n)));
+    const shown_code tried = symbols.with_window(static_cast<std::size_t>(n));
+    if (Sizing == sizing::needed && !fits(answer.least(facts, tried))) return false;
+    const std::int64_t size = answer.size(facts, tried);
     if (!fits(size)) code.refused_at = size;  // the last one refused has one body more
     return fits(size);
   });
@@ -136,7 +139,7 @@ void rebuild(page_fit& fit, const page_call& call) {
   rebuilt_answer answer(state, call.given, prose, symbols, call.meter);
   auto chosen = choose_facts<Sizing>(fact_policy(state, call.parts), answer.facts(), answer);
   const left_out items(call.prior, prose, chosen.decisions);
-  fit.code = most_code(answer, chosen.kept, symbols);
+  fit.code = most_code<Sizing>(answer, chosen.kept, symbols);
   make_room(fit, items, answer, chosen.kept, symbols);
   fit.outcome = fit_outcome::rebuilt;
   if (!fits(fit.size)) {
@@ -151,18 +154,33 @@ void rebuild(page_fit& fit, const page_call& call) {
   fit.facts = std::move(chosen.decisions);
 }
 
+// Tells whether an answer made of the given members fits. Least sizes are enough to say no; before
+// a yes, or for a report, every member is counted.
+template <sizing Sizing, class Size>
+bool given_fits(given_answer& given, std::int64_t& size, Size&& measure) {
+  if (Sizing == sizing::all) given.take_exact_sizes();
+  size = measure();
+  if (!fits(size)) return false;
+  given.take_exact_sizes();
+  size = measure();
+  return fits(size);
+}
+
 // The answer as it was given but for its prior markdown: the page is one read away, its grounding
 // is not.
-bool fits_without_prior(page_fit& fit, const module_state& state, const given_answer& given,
+template <sizing Sizing>
+bool fits_without_prior(page_fit& fit, const module_state& state, given_answer& given,
                         const owned& prior) {
   const text_view items[] = {host::view_of(prior)};
   fit.note.text = cap_note(items, 1, note_end::plain);
   fit.note.chars = escaped_length(host::view_of(fit.note.text));
-  new_answer_size size(fit.note.chars);
-  describe_members(size, given, fitted_fields::as_given);
-  describe_new_note(size, given);
-  fit.size = size.total();
-  if (!fits(fit.size)) return false;
+  const bool fitting = given_fits<Sizing>(given, fit.size, [&] {
+    new_answer_size size(fit.note.chars);
+    describe_members(size, given, fitted_fields::as_given);
+    describe_new_note(size, given);
+    return size.total();
+  });
+  if (!fitting) return false;
   new_answer whole(state, fit.note.text);
   describe_members(whole, given, fitted_fields::as_given);
   describe_new_note(whole, given);
@@ -178,9 +196,10 @@ page_fit fit_page_context(const module_state& state, handle result, grounding_pa
                           std::int64_t budget) {
   page_fit fit;
   json_meter meter;
-  const given_answer given(state, result, meter);
-  fit.given = fit.size = given.size();
-  if (fits(fit.given)) {
+  given_answer given(state, result, meter);
+  const bool fitting = given_fits<Sizing>(given, fit.given, [&] { return given.size(); });
+  fit.size = fit.given;
+  if (fitting) {
     fit.answer = host::share(result);
     return fit;
   }
@@ -188,7 +207,7 @@ page_fit fit_page_context(const module_state& state, handle result, grounding_pa
   if (given.has_prior()) {
     const std::size_t prior_chars = given.prior().length();
     call.prior = prior_item(prior_chars, given.page_id());
-    if (fits_without_prior(fit, state, given, call.prior)) return fit;
+    if (fits_without_prior<Sizing>(fit, state, given, call.prior)) return fit;
   }
   rebuild<Sizing>(fit, call);
   return fit;

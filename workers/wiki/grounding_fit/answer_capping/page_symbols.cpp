@@ -18,10 +18,25 @@ page_symbols::page_symbols(const host::module_state& state, std::vector<symbol_b
 const answer_size& page_symbols::size(shown_code code) {
   if (sized_ == code) return size_;
   read(code);
+  while (bodies_.size() <= code.bodies) {
+    answer_size next = bodies_.back();
+    describe_body(next, *this, bodies_.size() - 1);
+    bodies_.push_back(next);
+  }
   size_ = bodies_[code.bodies];
   describe_listed(size_, *this, code);
   sized_ = code;
   return size_;
+}
+
+answer_size_to<extent::least> page_symbols::least(shown_code code) {
+  if (sized_ == code) return size_;
+  read(code);
+  const std::size_t counted = std::min(bodies_.size() - 1, code.bodies);
+  answer_size_to<extent::least> least = bodies_[counted];
+  for (std::size_t i = counted; i < code.bodies; ++i) describe_body(least, *this, i);
+  describe_listed(least, *this, code);
+  return least;
 }
 
 // Each step may call the host or refuse a value, so they keep the order of the rules: the lines
@@ -40,11 +55,6 @@ void page_symbols::read(shown_code code) {
     each.lines = host::within(record_place(lines_read_),
                               [&] { return read_symbol_lines(state_, each.block.record, norm_); });
   }
-  while (bodies_.size() <= code.bodies) {
-    answer_size next = bodies_.back();
-    describe_body(next, *this, bodies_.size() - 1);
-    bodies_.push_back(next);
-  }
 }
 
 void page_symbols::read_line_of(std::size_t i) {
@@ -52,9 +62,7 @@ void page_symbols::read_line_of(std::size_t i) {
   if (each.line_size >= 0) return;
   each.line =
       host::within(record_place(i), [&] { return listed_line(state_, each.block.record, norm_); });
-  line_.clear();
-  each.line.write(line_);
-  each.line_size = line_.escaped_length();
+  each.line_size = each.line.escaped_length();
 }
 
 }  // namespace grounding_fit

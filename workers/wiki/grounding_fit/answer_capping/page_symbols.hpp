@@ -30,15 +30,19 @@ class page_symbols {
     return {bodies, listing_window(count_, bodies)};
   }
 
-  // What the code adds to an answer. Reads what it shows, in the order of the rules.
+  // What the code adds to an answer, or the least that it can add. Both read what it shows, in the
+  // order of the rules; only the first counts the bodies.
   const answer_size& size(shown_code code);
+  answer_size_to<extent::least> least(shown_code code);
 
   // The pieces of symbol i, once read.
-  whole_text body(std::size_t i) const { return {host::view_of(symbols_[i].block.text)}; }
+  whole_text body(std::size_t i) {
+    return {host::view_of(symbols_[i].block.text), &symbols_[i].body_size};
+  }
   bool has_name(std::size_t i) const { return bool(symbols_[i].name); }
   sized_value name(std::size_t i) const { return {symbols_[i].name, symbols_[i].name_size}; }
   bool has_seed(std::size_t i) const { return symbols_[i].lines.citable(); }
-  symbol_seed seed(std::size_t i) const { return {state_, symbols_[i].lines}; }
+  symbol_seed seed(std::size_t i) { return {state_, symbols_[i].lines, &symbols_[i].seed_size}; }
   sized_line line(std::size_t i) const { return {symbols_[i].line, symbols_[i].line_size}; }
 
  private:
@@ -47,8 +51,8 @@ class page_symbols {
     host::owned name;  // empty when it has none
     std::int64_t name_size = 0;
     listed_line line;
-    std::int64_t line_size = -1;  // below 0 while the line is not read
     symbol_lines lines;
+    std::int64_t line_size = -1, body_size = -1, seed_size = -1;  // below 0 while not known
   };
 
   void read(shown_code code);
@@ -60,8 +64,7 @@ class page_symbols {
   std::vector<symbol> symbols_;
   std::size_t names_read_ = 0, lines_read_ = 0;
   std::vector<answer_size> bodies_{{}};  // what the first n bodies add, at index n
-  pieces line_;
-  std::optional<shown_code> sized_;  // the code that size_ is of
+  std::optional<shown_code> sized_;      // the code that size_ is of
   answer_size size_;
 };
 

@@ -34,14 +34,29 @@ rebuilt_answer::shown rebuilt_answer::with(shown facts, std::size_t fact) {
 }
 
 std::int64_t rebuilt_answer::size(const shown& facts, shown_code code, std::int64_t note_chars) {
-  const answer_size blocks = facts.size + symbols_.size(code);
-  new_answer_size answer = carried_;
-  describe_fields(answer, blocks);
-  const std::int64_t measured = answer.total() + note_chars;
+  const std::int64_t measured = total(facts.size + symbols_.size(code), note_chars);
 #ifdef GROUNDING_FIT_CHECK_SIZES
   check(measured, facts, code, note_chars);
 #endif
   return measured;
+}
+
+std::int64_t rebuilt_answer::least(const shown& facts, shown_code code) {
+  const answer_size_to<extent::least> of_facts = facts.size;
+  const std::int64_t bound = total(of_facts + symbols_.least(code), k_placeholder_chars);
+#ifdef GROUNDING_FIT_CHECK_SIZES
+  if (const std::int64_t exact = size(facts, code); bound > exact) {
+    host::raise_size_mismatch(bound, exact);
+  }
+#endif
+  return bound;
+}
+
+std::int64_t rebuilt_answer::least_with(const shown& facts, std::size_t fact) {
+  facts_[fact].read_seeds(state_);
+  answer_size_to<extent::least> with = facts.size;
+  describe_fact(with, facts_[fact]);
+  return total(with + symbols_.least(code_of(bodies::none)), k_placeholder_chars);
 }
 
 owned rebuilt_answer::build(const std::vector<fact_decision>& facts, shown_code code, handle note) {

@@ -34,17 +34,28 @@ class rebuilt_answer {
   // ---- fact_measure: answers that show no body, or as many as the token budget keeps ----
   shown of(std::span<const std::size_t> facts);
   shown with(shown facts, std::size_t fact);
-  std::int64_t size(const shown& facts, bodies show) {
-    const std::size_t count = show == bodies::none ? 0 : symbols_.within_tokens();
-    return size(facts, symbols_.with_window(count));
-  }
+  std::int64_t size(const shown& facts, bodies show) { return size(facts, code_of(show)); }
+  std::int64_t least(const shown& facts, bodies show) { return least(facts, code_of(show)); }
+  // The least size of the answer without bodies, with one fact more.
+  std::int64_t least_with(const shown& facts, std::size_t fact);
 
   // With a note of that many characters, as JSON.
   std::int64_t size(const shown& facts, shown_code code,
                     std::int64_t note_chars = k_placeholder_chars);
+  // At least that large, whatever the bodies hold; with the placeholder for a note.
+  std::int64_t least(const shown& facts, shown_code code);
   host::owned build(const std::vector<fact_decision>& facts, shown_code code, host::handle note);
 
  private:
+  shown_code code_of(bodies show) const {
+    return symbols_.with_window(show == bodies::none ? 0 : symbols_.within_tokens());
+  }
+  template <extent Extent>
+  std::int64_t total(const answer_size_to<Extent>& blocks, std::int64_t note_chars) const {
+    new_answer_size answer = carried_;
+    describe_fields(answer, blocks);
+    return answer.total() + note_chars;
+  }
   host::owned build_of(const std::vector<std::size_t>& facts, shown_code code, host::handle note);
   void check(std::int64_t measured, const shown& facts, shown_code code, std::int64_t note_chars);
 

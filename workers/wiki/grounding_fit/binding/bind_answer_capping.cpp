@@ -120,7 +120,7 @@ Raises ValueError when the code_floor's product with the room is not finite.)",
       json_meter meter;
       std::vector<page_fact> facts = take_page_facts(prose, meter);
       host_measure measure(given[1], given[2], prose);
-      const auto chosen = choose_facts<sizing::needed>(fact_policy(state, parts), facts, measure);
+      const auto chosen = choose_facts<sizing::all>(fact_policy(state, parts), facts, measure);
 
       std::vector<owned> labels;
       for (std::size_t i = 0; i < facts.size(); ++i) {

@@ -32,6 +32,7 @@ integer line_of(handle value) {
 
 integer read_line(const module_state& state, host::dict object, key which) {
   const owned value = host::read(state, object, which);
+  if (value && host::kind_of(value) == kind::integer) return integer::of(value);
   return host::within(host::step_to(which), [&] { return line_of(value); });
 }
 

@@ -22,6 +22,11 @@ std::size_t decimal_length(std::int64_t value) {
 }  // namespace
 
 integer integer::of(handle value) {
+  if (const auto small = small_integer(value)) {
+    integer result(*small);
+    if (PyLong_CheckExact(value.get())) result.object_ = owned::share(value);
+    return result;
+  }
   int overflow = 0;
   integer result(PyLong_AsLongLongAndOverflow(value.get(), &overflow));
   if (overflow == 0) {
@@ -75,6 +80,7 @@ void integer::expect_writable() const {
 owned integer::object() const { return object_ ? share(object_) : new_integer(small_); }
 
 std::size_t integer_length(handle value) {
+  if (const auto small = small_integer(value)) return decimal_length(*small);
   int overflow = 0;
   const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
   return overflow == 0 ? decimal_length(small) : integer::of(value).length();

@@ -29,6 +29,12 @@ class integer {
   owned object_;
 };
 
+// The value of an integer, or of a boolean, that is small, as nearly all are. Runs no host code.
+inline std::optional<std::int64_t> small_integer(handle integer) noexcept {
+  std::int64_t value = 0;
+  return version::small_integer(integer.get(), value) ? std::optional(value) : std::nullopt;
+}
+
 // Length of an integer's digits and sign, the same in JSON and in a text.
 std::size_t integer_length(handle integer);  // ValueError beyond the host's digit limit
 

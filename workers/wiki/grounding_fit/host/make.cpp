@@ -3,31 +3,6 @@
 #include <algorithm>
 
 namespace grounding_fit::host {
-namespace {
-
-// A part of a text may be narrower than the text it is a part of, so units go both ways.
-template <class To>
-void copy_units(void* to, text_view from) {
-  from.with_units([&](const auto* units) {
-    std::transform(units, units + from.length(), static_cast<To*>(to),
-                   [](auto unit) { return static_cast<To>(unit); });
-  });
-}
-
-void copy_units(void* to, unsigned width, text_view from) {
-  if (width == from.width()) {
-    if (!from.empty()) std::memcpy(to, from.units(), from.bytes());
-    return;
-  }
-  switch (width) {
-    case 1: return copy_units<std::uint8_t>(to, from);
-    case 2: return copy_units<std::uint16_t>(to, from);
-    default: return copy_units<std::uint32_t>(to, from);
-  }
-}
-
-}  // namespace
-
 owned new_text(std::span<const text_view> pieces) {
   std::size_t length = 0;
   text_range range = text_range::ascii;

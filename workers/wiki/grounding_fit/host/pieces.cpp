@@ -46,17 +46,4 @@ void pieces::add_number(__int128 number) {
   add(std::string_view(first, static_cast<std::size_t>(end - first)));
 }
 
-void pieces::clear() {
-  views_ = std::pmr::vector<text_view>(&pool_);
-  held_ = std::pmr::vector<owned>(&pool_);
-  pool_.release();
-  reserve();
-}
-
-std::int64_t pieces::escaped_length() const {
-  std::int64_t length = 0;
-  for (const text_view& view : views_) length += grounding_fit::escaped_length(view);
-  return length;
-}
-
 }  // namespace grounding_fit

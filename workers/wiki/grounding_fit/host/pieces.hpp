@@ -1,10 +1,9 @@
-// A text in pieces, before it is made: what is measured and what is built are the same pieces.
+// A text in pieces, before it is made.
 //
 //     pieces line;
 //     line.add("L");
 //     line.add_number(number);
-//     line.escaped_length();   // what it takes inside a JSON string, nothing built
-//     line.text();             // the text itself, made once at its final width
+//     line.text();   // the text, made once at its final width
 #pragma once
 
 #include <array>
@@ -36,11 +35,6 @@ class pieces {
 
   std::span<const text_view> views() const { return views_; }
   bool empty() const { return views_.empty(); }
-  // Forgets all pieces.
-  void clear();
-
-  // JSON characters that the text takes inside a string, the quotes not counted. Reads it once.
-  std::int64_t escaped_length() const;
   host::owned text() const { return host::new_text(views_); }
 
  private:
@@ -62,15 +56,19 @@ class pieces {
 // A text of the module's own, sized by the compiler.
 class literal {
  public:
-  consteval literal(const char* ascii) : text_(ascii) {
-    for (const char c : text_) size_ += 1 + growth_of(static_cast<unsigned char>(c));
-  }
+  consteval literal(const char* ascii) : literal(std::string_view(ascii)) {}
+  consteval literal(const char16_t* wide) : literal(std::u16string_view(wide)) {}
   constexpr std::int64_t size() const { return size_; }  // inside a JSON string
   constexpr text_view text() const { return text_; }
   void write(pieces& to) const { to.add(text_); }
 
  private:
-  std::string_view text_;
+  template <class View>
+  consteval explicit literal(View text) : text_(text) {
+    for (const auto unit : text) size_ += 1 + growth_of(static_cast<char32_t>(unit));
+  }
+
+  text_view text_;
   std::int64_t size_ = 0;
 };
 

@@ -11,10 +11,8 @@ namespace {
 // Most levels of containers a walk goes into, whatever limit the host has set for itself.
 constexpr int k_deepest = 1000;
 
-bool integer_is_zero(handle value) {
-  int overflow = 0;
-  return PyLong_AsLongLongAndOverflow(value.get(), &overflow) == 0 && overflow == 0;
-}
+// A larger integer than a small one is not zero.
+bool integer_is_zero(handle value) { return small_integer(value) == 0; }
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <Python.h>
 
 #include <array>
+#include <cstdint>
 
 #if PY_VERSION_HEX < 0x030C0000
 #include <structmember.h>
@@ -20,6 +21,21 @@ inline bool make_ready([[maybe_unused]] PyObject* text) {
 #if PY_VERSION_HEX < 0x030C0000
   return PyUnicode_READY(text) == 0;
 #else
+  return true;
+#endif
+}
+
+// The value of an integer of one digit of the host's, as nearly all are; false for a larger one.
+inline bool small_integer(PyObject* integer, std::int64_t& value) {
+  const auto* digits = reinterpret_cast<const PyLongObject*>(integer);
+#if PY_VERSION_HEX < 0x030C0000
+  const Py_ssize_t size = Py_SIZE(integer);
+  if (size < -1 || size > 1) return false;
+  value = size * static_cast<std::int64_t>(digits->ob_digit[0]);
+  return true;
+#else
+  if (!PyUnstable_Long_IsCompact(digits)) return false;
+  value = PyUnstable_Long_CompactValue(digits);
   return true;
 #endif
 }

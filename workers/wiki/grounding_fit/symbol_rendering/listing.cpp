@@ -47,24 +47,50 @@ listed_line::listed_line(const module_state& state, handle record, path_names& n
                [&] { file_ = host::text_form(file); });
 }
 
-void listed_line::write(pieces& to) const {
-  to.add("- `");
-  to.add(host::view_of(name_));
-  to.add("` (");
-  to.add(host::view_of(kind_));
-  to.add(k_dash);
-  to.add(host::view_of(file_));
-  to.add(":L");
-  to.add_number(start_);
+template <class Out>
+void listed_line::describe(Out&& out) const {
+  static constexpr literal k_open = "- `", k_kind = "` (", k_line = ":L", k_last = "-L",
+                           k_what = ": ", k_more = "...";
+  out(k_open);
+  out(host::view_of(name_));
+  out(k_kind);
+  out(host::view_of(kind_));
+  out(k_dash);
+  out(host::view_of(file_));
+  out(k_line);
+  out(start_);
   if (end_ > start_) {
-    to.add("-L");
-    to.add_number(end_);
+    out(k_last);
+    out(end_);
   }
   if (what_.empty()) return;
-  to.add(": ");
+  out(k_what);
   const bool cut = what_.length() > k_listed_chars;
-  to.add(cut ? what_.slice(0, k_listed_chars - 3) : what_);
-  if (cut) to.add("...");
+  out(cut ? what_.slice(0, k_listed_chars - k_more.text().length()) : what_);
+  if (cut) out(k_more);
+}
+
+void listed_line::write(pieces& to) const {
+  struct {
+    pieces& to;
+    void operator()(const literal& text) { text.write(to); }
+    void operator()(text_view text) { to.add(text); }
+    void operator()(const host::integer& number) { to.add_number(number); }
+  } out{to};
+  describe(out);
+}
+
+std::int64_t listed_line::escaped_length() const {
+  struct {
+    std::int64_t size = 0;
+    void operator()(const literal& text) { size += text.size(); }
+    void operator()(text_view text) { size += grounding_fit::escaped_length(text); }
+    void operator()(const host::integer& number) {
+      size += static_cast<std::int64_t>(number.length());
+    }
+  } out;
+  describe(out);
+  return out.size;
 }
 
 }  // namespace grounding_fit

@@ -10,7 +10,7 @@ inline constexpr std::size_t k_listed_max = 30;    // records that the fitting p
 inline constexpr literal k_listed_heading =
     "## More declarations (lines and signature only; ask for a body with query=)";
 inline constexpr literal k_line_feed = "\n";
-inline constexpr std::u16string_view k_dash = u") \u2014 ";  // between a symbol's kind and its file
+inline constexpr literal k_dash = u") \u2014 ";  // between a symbol's kind and its file
 
 // One listed line, read once and then measured or written as often as needed.
 class listed_line {
@@ -21,8 +21,14 @@ class listed_line {
 
   // Adds the line, without a line feed. The line outlives the pieces, or at least their last use.
   void write(pieces& to) const;
+  // Characters that it takes inside a JSON string, nothing built.
+  std::int64_t escaped_length() const;
 
  private:
+  // What the line holds, in order: `out` takes literals, texts and integers.
+  template <class Out>
+  void describe(Out&& out) const;
+
   host::owned name_, kind_, file_;
   host::integer start_, end_;
   host::owned described_;  // what `what_` is a part of

@@ -50,7 +50,7 @@ class block_writer {
     field(key::fqn, "");
     out_.add(" (");
     field(key::kind, "");
-    out_.add(k_dash);
+    k_dash.write(out_);
     host::within("result of _norm", [&] { out_.add_value(std::move(file)); });
     out_.add(":L");
     field(key::line, "0");

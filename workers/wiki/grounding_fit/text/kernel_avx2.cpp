@@ -49,17 +49,16 @@ struct avx2 {
     return _mm256_min_epu32(_mm256_loadu_si256(at), _mm256_set1_epi32(k_neutral));
   }
 
+  // Of a control character by its code point, where all from 0x0f on have the same.
   GROUNDING_FIT_AVX2 static __m256i weights(__m256i c) noexcept {
+    const __m256i of_control = _mm256_setr_epi8(5, 5, 5, 5, 5, 5, 5, 5, 1, 1, 1, 5, 1, 1, 5,
+                                                5,  // \b \t \n \f \r have a short form
+                                                5, 5, 5, 5, 5, 5, 5, 5, 1, 1, 1, 5, 1, 1, 5, 5);
+    const __m256i control = _mm256_cmpeq_epi8(_mm256_min_epu8(c, all(0x1f)), c);
+    const __m256i weight = _mm256_shuffle_epi8(of_control, _mm256_min_epu8(c, all(0x0f)));
     const __m256i quoted =
         _mm256_or_si256(_mm256_cmpeq_epi8(c, all('"')), _mm256_cmpeq_epi8(c, all('\\')));
-    const __m256i control = _mm256_cmpeq_epi8(_mm256_min_epu8(c, all(0x1f)), c);
-    const __m256i from_8 = _mm256_sub_epi8(c, all(0x08));
-    const __m256i named =
-        _mm256_andnot_si256(_mm256_cmpeq_epi8(c, all(0x0b)),
-                            _mm256_cmpeq_epi8(_mm256_min_epu8(from_8, all(5)), from_8));
-    return _mm256_sub_epi8(
-        _mm256_add_epi8(_mm256_and_si256(quoted, all(1)), _mm256_and_si256(control, all(5))),
-        _mm256_and_si256(named, all(4)));
+    return _mm256_sub_epi8(_mm256_and_si256(weight, control), quoted);  // a mask is -1
   }
 
   GROUNDING_FIT_AVX2 static std::size_t sum_64(__m256i sums) noexcept {
@@ -87,13 +86,26 @@ struct avx2 {
     }
     return sum_64(totals);
   }
+
+  GROUNDING_FIT_AVX2 static void widen(std::uint16_t* to, const std::uint8_t* from,
+                                       std::size_t length) noexcept {
+    for (; length >= step; length -= step) {
+      const auto* at = reinterpret_cast<const __m128i*>(from);
+      auto* wide = reinterpret_cast<__m256i*>(to);
+      _mm256_storeu_si256(wide, _mm256_cvtepu8_epi16(_mm_loadu_si128(at)));
+      _mm256_storeu_si256(wide + 1, _mm256_cvtepu8_epi16(_mm_loadu_si128(at + 1)));
+      from += step;
+      to += step;
+    }
+    widen_plainly(to, from, length);
+  }
 };
 
 #undef GROUNDING_FIT_AVX2
 
 }  // namespace
 
-constinit const escape_kernel k_avx2_kernel = kernel_of<avx2>("avx2");
+constinit const text_kernel k_avx2_kernel = kernel_of<avx2>("avx2");
 
 }  // namespace grounding_fit
 #endif

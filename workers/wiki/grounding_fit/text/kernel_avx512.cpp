@@ -111,13 +111,25 @@ struct avx512 {
     }
     return total;
   }
+
+  GROUNDING_FIT_AVX512 static void widen(std::uint16_t* to, const std::uint8_t* from,
+                                         std::size_t length) noexcept {
+    constexpr std::size_t half = step / 2;
+    for (; length >= half; length -= half) {
+      const __m256i units = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+      _mm512_storeu_si512(to, _mm512_maskz_cvtepu8_epi16(~__mmask32(0), units));
+      from += half;
+      to += half;
+    }
+    widen_plainly(to, from, length);
+  }
 };
 
 #undef GROUNDING_FIT_AVX512
 
 }  // namespace
 
-constinit const escape_kernel k_avx512_kernel = kernel_of<avx512>("avx512");
+constinit const text_kernel k_avx512_kernel = kernel_of<avx512>("avx512");
 
 }  // namespace grounding_fit
 #endif

@@ -32,10 +32,12 @@ struct portable {
     for (; length > 0; --length) total += growth_of(*units++);
     return total;
   }
+
+  static constexpr auto widen = widen_plainly;
 };
 
 }  // namespace
 
-constinit const escape_kernel k_portable_kernel = kernel_of<portable>("portable");
+constinit const text_kernel k_portable_kernel = kernel_of<portable>("portable");
 
 }  // namespace grounding_fit

@@ -1,8 +1,11 @@
-// What the kernels share. Each has a file of its own: a class template over the width of a unit.
+// The kernels that read texts at the speed of memory, each in a file of its own: a class template
+// over the width of a unit.
 //
 // Every kernel counts and none searches: real text has a line feed in most vectors, so a branch on
 // "nothing to escape here" is mispredicted more often than it saves work.
 #pragma once
+
+#include <span>
 
 #include "text/escape_growth.hpp"
 
@@ -14,16 +17,35 @@ inline constexpr unsigned k_neutral = 0x7f;
 // A lane of one byte takes up to 5 a step, so this many steps cannot overflow it.
 inline constexpr std::size_t k_steps_per_flush = 255 / 5;
 
+struct text_kernel {
+  const char* name;
+  // Characters that escaping adds to so many units.
+  std::size_t (*growth_1)(const std::uint8_t* units, std::size_t length) noexcept;
+  std::size_t (*growth_2)(const std::uint16_t* units, std::size_t length) noexcept;
+  std::size_t (*growth_4)(const std::uint32_t* units, std::size_t length) noexcept;
+  // Copies units of one byte to units of two.
+  void (*widen)(std::uint16_t* to, const std::uint8_t* from, std::size_t length) noexcept;
+};
+
 template <template <class> class Kernel>
-constexpr escape_kernel kernel_of(const char* name) {
+constexpr text_kernel kernel_of(const char* name) {
   return {name, Kernel<std::uint8_t>::growth, Kernel<std::uint16_t>::growth,
-          Kernel<std::uint32_t>::growth};
+          Kernel<std::uint32_t>::growth, Kernel<std::uint8_t>::widen};
 }
 
-extern const escape_kernel k_portable_kernel;  // 16-byte vectors of the compiler, everywhere
+// The kernels that this processor runs, best first. The best is chosen once, when the module is
+// loaded.
+std::span<const text_kernel> text_kernels() noexcept;
+
+inline void widen_plainly(std::uint16_t* to, const std::uint8_t* from,
+                          std::size_t length) noexcept {
+  for (std::size_t i = 0; i < length; ++i) to[i] = from[i];
+}
+
+extern const text_kernel k_portable_kernel;  // 16-byte vectors of the compiler, everywhere
 #if defined(__x86_64__)
-extern const escape_kernel k_avx2_kernel;    // 32 units a step
-extern const escape_kernel k_avx512_kernel;  // 64 units a step, every weight one look-up
+extern const text_kernel k_avx2_kernel;    // 32 units a step
+extern const text_kernel k_avx512_kernel;  // 64 units a step, every weight one look-up
 #endif
 
 }  // namespace grounding_fit
