@@ -1,5 +1,6 @@
 """Pages of many packages, made and fitted by other processes."""
 
+import contextlib
 import os
 import re
 import shutil
@@ -71,9 +72,9 @@ class FitMany(unittest.TestCase):
             with self.subTest(send=send.__name__):
                 command = [*PROGRAM, "--repo", str(LIBRARY), "--workers", "2"]
                 env = {**os.environ, "PYTHONPATH": os.pathsep.join([*sys.path, str(ROOT)])}
-                program = subprocess.Popen(
-                    command, env=env, stderr=subprocess.PIPE, start_new_session=True
-                )
+                streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE}
+                program = subprocess.Popen(command, env=env, start_new_session=True, **streams)
+                self.addCleanup(self.kill_group, program.pid)
                 shown = b""  # after a few pages, all workers have begun
                 while not re.search(rb"[5-9]( of |/)", shown):
                     more = program.stderr.read1()
@@ -84,6 +85,11 @@ class FitMany(unittest.TestCase):
                 self.assertEqual(program.returncode, 130, said)
                 self.assertNotIn(b"Traceback", said)
                 self.assertTrue(self.group_ends(program.pid))
+
+    def kill_group(self, group):
+        """End what a failed test leaves."""
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(group, signal.SIGKILL)
 
     def group_ends(self, group):
         """Wait until no process of a group is left, for seconds at most."""
