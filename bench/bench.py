@@ -111,6 +111,8 @@ def machine() -> str:
 def heading(args: argparse.Namespace) -> str:
     """Return what stands above the tables: how they were made, and where."""
     flags = [f"--{name}" for name in ("quick", "peers") if getattr(args, name)]
+    if args.against:
+        flags.append("--against FOLDER")
     command = " ".join(["./dev bench --markdown docs/benchmarks.md", *flags])
     how = (
         f"`{command}` wrote this page, and repeats it. Module and plain Python take turns in one "
@@ -143,6 +145,7 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     table, built_in_ratios = tables.times(built_in, seconds)
     yield table
     yield tables.one_core(in_python, seconds)
+    yield tables.many_workers()
     table, _ = tables.scans(library, seconds / 2)
     yield table
     if args.peers:

@@ -95,7 +95,7 @@ def totals(folder: str) -> list[int]:
 
 
 def instructions(build: str | None = None) -> dict[tuple[str, str], float]:
-    """Return the instructions of a call by operation and page, for a build folder if one is given."""
+    """Return the instructions of a call by operation and page, of another build if one is given."""
     environment = {**os.environ, "PYTHONHASHSEED": "0"}
     if build:
         environment["PYTHONPATH"] = os.pathsep.join([build, environment["PYTHONPATH"]])

@@ -21,6 +21,7 @@ PACKAGES = (
     "asyncio collections concurrent ctypes email html http importlib json logging "
     "multiprocessing unittest urllib wsgiref xml xmlrpc zoneinfo"
 ).split()
+LIBRARY = Path(os.__file__).parent
 SIZES = {12: 6, 40: 12, 120: 25, 400: 60, 1200: 250}  # symbols of a page: its fact blocks
 FITS = 12  # symbols of the page whose answer fits
 CUT = [count for count in SIZES if count != FITS]
@@ -89,8 +90,7 @@ def told_by(source: Source) -> Iterator[Told]:
 
 def read_library() -> Library:
     """Read the packages without their tests."""
-    folder = Path(os.__file__).parent
-    read = [source for name in PACKAGES for source in read_repository(folder / name).sources]
+    read = [source for name in PACKAGES for source in read_repository(LIBRARY / name).sources]
     sources = [source for source in read if not source.is_test]
     texts = [told for source in sources for told in told_by(source)]
     longest = nlargest(max(SIZES.values()) - 2, texts, key=lambda told: len(told.text))

@@ -14,6 +14,7 @@ import grounding_fit
 import memory
 import pages
 from pages import Library, Page
+from examples import fit_many
 from timing import clock
 
 try:
@@ -167,6 +168,30 @@ def one_core(sides: Sides, seconds: float) -> Table:
             "pickled and back",
             "times the agent path",
         ],
+        rows,
+    )
+
+
+def many_workers() -> Table:
+    """Make and fit a page for each package of the library in one process, and in two."""
+    packages = {name: pages.LIBRARY / name for name in pages.PACKAGES}
+    jobs = {
+        name: fit_many.Job(str(folder), "module", pages.TOKENS, 180)
+        for name, folder in packages.items()
+    }
+    rows = []
+    for workers in (1, 2):
+        with fit_many.process_pool(workers) as executor:
+            done = fit_many.run(executor, jobs)
+        if done.failed:
+            raise SystemExit(f"pages that failed: {done.failed}")
+        sizes = [total // len(jobs) for total in (done.bytes_sent, done.bytes_back)]
+        rows.append([str(workers), len(jobs), done.pages_a_second, *sizes])
+    return Table(
+        "Pages made and fitted by processes",
+        "`examples/fit_many.py` on the packages that the other pages are made of. Reading the code "
+        "takes most of the time; the start of the processes is counted too.",
+        ["processes", "pages", "pages a second", "bytes sent a page", "bytes back a page"],
         rows,
     )
 

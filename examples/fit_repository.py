@@ -23,8 +23,27 @@ except ImportError as error:
     sys.exit(2)
 
 
-def parse_arguments() -> argparse.Namespace:
-    """Return the options of the command line."""
+def print_report(fitted: host.FittedPage, budget: int) -> None:
+    """Show where the room went on both paths."""
+    parts = fitted.parts
+    report.print_path(
+        "API path",
+        "tokens",
+        budget,
+        report.grounding_rows(fitted.grounding, parts, estimate_tokens),
+        "A piece counts what it adds to the estimate: its rounding falls to the next piece.",
+    )
+    report.print_path(
+        "Agent path",
+        "characters of JSON",
+        fit._PAGE_CONTEXT_MAX_CHARS,
+        report.answer_rows(fitted.given, fitted.answer, parts),
+        f"truncated: {fitted.answer.get('truncated', 'no, the answer went back unchanged')}",
+    )
+
+
+def main() -> None:
+    """Fit one page, and print the report or the result that was asked for."""
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
     library = Path(os.__file__).parent
     option = parser.add_argument
@@ -34,43 +53,19 @@ def parse_arguments() -> argparse.Namespace:
     option("--symbols", type=int, default=180, help="most symbol blocks")
     option("--show", choices=("grounding", "answer"), help="print this result alone")
     args = parser.parse_args()
-    args.read = repository.read_repository(args.repo.resolve())
-    if not args.read.sources:
-        passed_over = f"{args.read.passed_over} files passed over"
+    read = repository.read_repository(args.repo.resolve())
+    if not read.sources:
+        passed_over = f"{read.passed_over} files passed over"
         parser.error(f"{args.repo.resolve()}: no Python code that can be read, {passed_over}")
-    return args
-
-
-def main() -> None:
-    """Fit one page, and print the report or the result that was asked for."""
-    args = parse_arguments()
-    name = args.read.name
-    sources = args.read.sources
-    parts = host.page_parts(args.read, args.page, args.symbols)
-    grounding = fit._assemble_grounding(parts, args.budget)[0]
-    given = host.page_answer(name, args.page, sources, parts)
-    answer = fit._fit_page_context(given, parts, args.budget)
+    fitted = host.fit_page(read, args.page, args.budget, args.symbols)
     if args.show == "grounding":
-        print(grounding)
+        print(fitted.grounding)
     elif args.show == "answer":
-        print(json.dumps(answer, indent=2, ensure_ascii=False))
+        print(json.dumps(fitted.answer, indent=2, ensure_ascii=False))
     else:
-        read = f"{len(sources)} files, {args.read.passed_over} passed over"
-        print(f"{name[:40]}: {read}, {len(parts.blocks):,} symbols")
-        report.print_path(
-            "API path",
-            "tokens",
-            args.budget,
-            report.grounding_rows(grounding, parts, estimate_tokens),
-            "A piece counts what it adds to the estimate: its rounding falls to the next piece.",
-        )
-        report.print_path(
-            "Agent path",
-            "characters of JSON",
-            fit._PAGE_CONTEXT_MAX_CHARS,
-            report.answer_rows(given, answer, parts),
-            f"truncated: {answer.get('truncated', 'no, the answer went back unchanged')}",
-        )
+        files = f"{len(read.sources)} files, {read.passed_over} passed over"
+        print(f"{read.name[:40]}: {files}, {len(fitted.parts.blocks):,} symbols")
+        print_report(fitted, args.budget)
 
 
 if __name__ == "__main__":

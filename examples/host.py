@@ -24,6 +24,16 @@ class Entry:
     spans: list[Span]
 
 
+@dataclass(frozen=True)
+class FittedPage:
+    """A page before it is fitted, and what each path makes of it."""
+
+    parts: fit.GroundingParts
+    given: dict
+    grounding: str
+    answer: dict
+
+
 def list_block(heading: str, entries: list[Entry]) -> fit.FactBlock:
     """Make a fact block with a line per entry, which cites the entries' places."""
     text = "\n".join([heading, *(f"- {entry.line}" for entry in entries)])
@@ -192,3 +202,14 @@ def page_answer(name: str, page: str, sources: list[Source], parts: fit.Groundin
         "citation_seeds": parts.seeds + fit.symbol_seeds(symbols),
         "revision": 7,
     }
+
+
+def fit_page(repository: Repository, page: str, budget: int, most_symbols: int) -> FittedPage:
+    """Make a page of a repository and fit it on both paths; the budget is in tokens."""
+    if not repository.sources:
+        passed_over = f"{repository.passed_over} files passed over"
+        raise ValueError(f"no Python code that can be read, {passed_over}")
+    parts = page_parts(repository, page, most_symbols)
+    given = page_answer(repository.name, page, repository.sources, parts)
+    grounding = fit._assemble_grounding(parts, budget)[0]
+    return FittedPage(parts, given, grounding, fit._fit_page_context(given, parts, budget))

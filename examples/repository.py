@@ -6,6 +6,7 @@ from collections.abc import Iterator
 from dataclasses import dataclass
 from pathlib import Path
 
+NO_PAGES = (".", "test", "site-packages")  # beginnings of folders that get no page
 TEXT_SUFFIXES = (".md", ".rst", ".txt")
 Definition = ast.FunctionDef | ast.AsyncFunctionDef | ast.ClassDef
 
@@ -109,3 +110,14 @@ def definitions(scope: ast.Module | ast.ClassDef, prefix: str) -> Iterator[tuple
             yield f"{prefix}.{node.name}", node
         if isinstance(node, ast.ClassDef):
             yield from definitions(node, f"{prefix}.{node.name}")
+
+
+def packages(root: Path) -> dict[str, Path]:
+    """Return the folders of the packages by name, but for hidden ones and tests."""
+    found = {}
+    for file in sorted(root.rglob("__init__.py")):
+        folder = file.parent
+        parts = folder.relative_to(root).parts
+        if not any(part.startswith(NO_PAGES) for part in parts):
+            found[".".join(parts) or root.name] = folder
+    return found
