@@ -61,18 +61,17 @@ owned symbol_lines::seed(const module_state& state) const {
 
 symbol_lines read_symbol_lines(const module_state& state, handle record, path_names& norm) {
   const host::dict symbol = host::expect_dict(record);
-  owned file = host::read(state, symbol, key::file);
-  symbol_lines lines;
-  if (host::missing(file)) return lines;
-  host::within(host::step_to(key::file), [&] {
-    lines.path = norm(host::text_form(file));
-    if (host::kind_of(lines.path) != kind::text) {
-      host::within("result of _norm", [&] { host::expect_text(lines.path); });
+  const owned file = host::read(state, symbol, key::file);
+  if (host::missing(file)) return {};
+  owned path = host::within(host::step_to(key::file), [&] {
+    owned name = norm(host::text_form(file));
+    if (host::kind_of(name) != kind::text) {
+      host::within("result of _norm", [&] { host::expect_text(name); });
     }
+    return name;
   });
-  lines.start = read_line(state, symbol, key::line);
-  lines.end = read_line(state, symbol, key::end_line);
-  return lines;
+  return {std::move(path), read_line(state, symbol, key::line),
+          read_line(state, symbol, key::end_line)};
 }
 
 void add_citable(const module_state& state, const fact_blocks& prose, std::vector<owned>& seeds) {

@@ -30,10 +30,8 @@ std::pair<handle, handle> expect_pair(handle value) {
   return {array_item(value, 0), array_item(value, 1)};
 }
 
-owned dict::get(handle key) const {
-  PyObject* found = PyDict_GetItemWithError(object_.get(), key.get());
-  if (found == nullptr && PyErr_Occurred() != nullptr) throw raised{};
-  return share(found);
+void dict::expect_absent() {
+  if (PyErr_Occurred() != nullptr) throw raised{};
 }
 
 }  // namespace grounding_fit::host

@@ -53,9 +53,15 @@ class dict {
  public:
   explicit dict(handle object) : object_(object) {}
   // The value under `key`, or an empty handle. May run the equality of keys that are no plain text.
-  owned get(handle key) const;
+  owned get(handle key) const {
+    PyObject* found = PyDict_GetItemWithError(object_.get(), key.get());
+    if (found == nullptr) expect_absent();
+    return share(found);
+  }
 
  private:
+  static void expect_absent();  // throws when the look-up failed instead
+
   handle object_;
 };
 inline dict expect_dict(handle value) {

@@ -21,12 +21,7 @@ std::size_t decimal_length(std::int64_t value) {
 
 }  // namespace
 
-integer integer::of(handle value) {
-  if (const auto small = small_integer(value)) {
-    integer result(*small);
-    if (PyLong_CheckExact(value.get())) result.object_ = owned::share(value);
-    return result;
-  }
+integer integer::of_large(handle value) {
   int overflow = 0;
   integer result(PyLong_AsLongLongAndOverflow(value.get(), &overflow));
   if (overflow == 0) {
@@ -59,8 +54,7 @@ integer integer::of_text(handle text) {
   }
 }
 
-bool integer::operator>(const integer& other) const {
-  if (!big_ && !other.big_) return small_ > other.small_;
+bool integer::is_greater(const integer& other) const {
   if (!big_) return other.small_ < 0;
   if (!other.big_ || small_ != other.small_) return small_ > 0;
   const int greater = PyObject_RichCompareBool(object_.get(), other.object_.get(), Py_GT);
@@ -77,7 +71,7 @@ void integer::expect_writable() const {
   if (big_) length();
 }
 
-owned integer::object() const { return object_ ? share(object_) : new_integer(small_); }
+owned integer::new_object() const { return new_integer(small_); }
 
 std::size_t integer_length(handle value) {
   if (const auto small = small_integer(value)) return decimal_length(*small);

@@ -13,17 +13,31 @@ namespace grounding_fit::host {
 class integer {
  public:
   integer(std::int64_t value = 0) : small_(value) {}
-  static integer of(handle integer_or_boolean);
+  static integer of(handle integer_or_boolean) {
+    std::int64_t value = 0;
+    if (!version::small_integer(integer_or_boolean.get(), value)) {
+      return of_large(integer_or_boolean);
+    }
+    integer result(value);
+    if (PyLong_CheckExact(integer_or_boolean.get())) result.object_ = share(integer_or_boolean);
+    return result;
+  }
   static integer of(double finite);     // truncated toward zero
   static integer of_text(handle text);  // as the host's int(text); ValueError for anything else
 
-  bool operator>(const integer& other) const;
+  bool operator>(const integer& other) const {
+    return big_ || other.big_ ? is_greater(other) : small_ > other.small_;
+  }
   std::size_t length() const;  // of its decimal digits and sign
-  owned object() const;
+  owned object() const { return object_ ? share(object_) : new_object(); }
   void expect_writable() const;  // ValueError beyond the host's digit limit
   std::optional<std::int64_t> small() const { return big_ ? std::nullopt : std::optional(small_); }
 
  private:
+  owned new_object() const;
+  static integer of_large(handle integer_or_boolean);
+  bool is_greater(const integer& other) const;
+
   std::int64_t small_ = 0;  // only the sign of a big one
   bool big_ = false;
   owned object_;

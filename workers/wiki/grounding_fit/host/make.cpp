@@ -24,11 +24,11 @@ owned new_text(std::span<const text_view> pieces) {
 
 owned empty_text() { return owned::steal(PyUnicode_New(0, 0)); }
 
-owned new_list(std::vector<owned> values) {
-  owned list = owned::steal(PyList_New(static_cast<Py_ssize_t>(values.size())));
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), values[i].release());
-  }
+owned new_list(std::vector<owned> values, std::vector<owned> more) {
+  owned list = owned::steal(PyList_New(static_cast<Py_ssize_t>(values.size() + more.size())));
+  PyObject** to = reinterpret_cast<PyListObject*>(list.get())->ob_item;
+  for (owned& value : values) *to++ = value.release();
+  for (owned& value : more) *to++ = value.release();
   return list;
 }
 

@@ -14,7 +14,7 @@ namespace grounding_fit::host {
 owned new_text(std::span<const text_view> pieces);  // joined at their common width
 inline owned new_text(text_view text) { return new_text({&text, 1}); }
 owned empty_text();
-owned new_list(std::vector<owned> values);
+owned new_list(std::vector<owned> values, std::vector<owned> more = {});
 owned new_tuple(std::vector<owned> values);
 owned new_integer(std::int64_t value);
 owned new_wide_integer(__int128 value);

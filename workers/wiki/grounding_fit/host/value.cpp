@@ -16,8 +16,7 @@ bool integer_is_zero(handle value) { return small_integer(value) == 0; }
 
 }  // namespace
 
-bool missing(handle value) {
-  if (!value) return true;
+bool other_is_missing(handle value) {
   switch (kind_of(value)) {
     case kind::null: return true;
     case kind::boolean: return !truth_of(value);
@@ -50,7 +49,7 @@ double expect_number(handle value) {
   return integer::of(value) > 0 ? HUGE_VAL : -HUGE_VAL;
 }
 
-owned text_form(handle value) {
+owned text_form_of_other(handle value) {
   switch (kind_of(value)) {
     case kind::text: return share(value);
     case kind::integer: {

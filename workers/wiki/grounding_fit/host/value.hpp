@@ -25,6 +25,8 @@ inline kind kind_of(handle h) noexcept {
   return PyFloat_Check(p) ? kind::real : kind::other;
 }
 
+inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
+
 // The value of a text that kind_of has recognised. The view lives as long as the text.
 inline text_view view_of(handle text) {
   if (!version::make_ready(text.get())) throw raised{};
@@ -37,6 +39,11 @@ inline text_view view_of(handle text) {
           width, range};
 }
 
+inline bool text_is_empty(handle text) {
+  if (!version::make_ready(text.get())) throw raised{};
+  return PyUnicode_GET_LENGTH(text.get()) == 0;
+}
+
 inline bool truth_of(handle boolean) noexcept { return boolean.get() == Py_True; }
 inline double value_of_real(handle real) noexcept { return PyFloat_AS_DOUBLE(real.get()); }
 inline std::size_t size_of_dict(handle object) noexcept {
@@ -46,9 +53,14 @@ inline std::size_t size_of_array(handle array) noexcept {
   return static_cast<std::size_t>(Py_SIZE(array.get()));
 }
 
+bool other_is_missing(handle value);
 // True for null, false, 0, 0.0, and an empty text, array or object; and for an absent value (null
 // handle). Everything else counts as present. O(1).
-bool missing(handle value);
+inline bool missing(handle value) {
+  if (!value) return true;
+  if (is_plain_text(value)) return text_is_empty(value);
+  return other_is_missing(value);
+}
 
 // These refuse a value of another type.
 inline text_view expect_text(handle value) {
@@ -60,8 +72,10 @@ double expect_number(handle value);       // an integer beyond a double's range 
 void expect_integer(handle value);        // of any size
 
 // The value as it is written into a text: a new or shared string. TypeError for what has no text.
-owned text_form(handle value);
-inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
+owned text_form_of_other(handle value);
+inline owned text_form(handle value) {
+  return is_plain_text(value) ? share(value) : text_form_of_other(value);
+}
 // The same text as a plain string: shared, or copied from a derived type.
 owned plain_text(owned text);
 // White space as the host's str.strip sees it.

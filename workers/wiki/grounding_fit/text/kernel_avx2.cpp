@@ -89,13 +89,15 @@ struct avx2 {
 
   GROUNDING_FIT_AVX2 static void widen(std::uint16_t* to, const std::uint8_t* from,
                                        std::size_t length) noexcept {
-    for (; length >= step; length -= step) {
-      const auto* at = reinterpret_cast<const __m128i*>(from);
-      auto* wide = reinterpret_cast<__m256i*>(to);
-      _mm256_storeu_si256(wide, _mm256_cvtepu8_epi16(_mm_loadu_si128(at)));
-      _mm256_storeu_si256(wide + 1, _mm256_cvtepu8_epi16(_mm_loadu_si128(at + 1)));
-      from += step;
-      to += step;
+    constexpr std::size_t vectors = 4, units = 16;
+    for (; length >= vectors * units; length -= vectors * units) {
+      for (std::size_t i = 0; i < vectors; ++i) {
+        const auto* at = reinterpret_cast<const __m128i*>(from) + i;
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to) + i,
+                            _mm256_cvtepu8_epi16(_mm_loadu_si128(at)));
+      }
+      from += vectors * units;
+      to += vectors * units;
     }
     widen_plainly(to, from, length);
   }

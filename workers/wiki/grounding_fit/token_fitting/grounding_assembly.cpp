@@ -38,6 +38,13 @@ owned truncated(const module_state& state, handle text, __int128 room) {
   return cut;
 }
 
+// A path beside its text, so that sorting many need not look into each again and again.
+struct file_name {
+  text_view view;
+  owned* text;
+  friend bool operator<(const file_name& a, const file_name& b) { return a.view < b.view; }
+};
+
 // The files of the fact blocks and those of the seeds, each once, in order of code points.
 owned sorted_files(grounding_parts parts, const std::vector<owned>& paths) {
   host::text_set names;
@@ -47,13 +54,19 @@ owned sorted_files(grounding_parts parts, const std::vector<owned>& paths) {
   }
   for (const owned& path : paths) names.add(path);
   std::vector<owned> texts = names.texts();
-  std::sort(texts.begin(), texts.end(),
-            [](const owned& a, const owned& b) { return host::view_of(a) < host::view_of(b); });
-  return host::new_list(std::move(texts));
+  std::vector<file_name> order;
+  order.reserve(texts.size());
+  for (owned& text : texts) order.push_back({host::view_of(text), &text});
+  std::sort(order.begin(), order.end());
+  std::vector<owned> sorted;
+  sorted.reserve(texts.size());
+  for (const file_name& each : order) sorted.push_back(std::move(*each.text));
+  return host::new_list(std::move(sorted));
 }
 
 owned symbol_names(const module_state& state, const block_records& records) {
   std::vector<owned> names;
+  names.reserve(records.size());
   for (std::size_t i = 0; i < records.size(); ++i) {
     owned name =
         host::within(records.place_of(i), [&] { return read_symbol_name(state, records[i]); });
@@ -66,6 +79,8 @@ owned symbol_names(const module_state& state, const block_records& records) {
 void add_candidates(const module_state& state, grounding_parts parts, const fact_blocks& prose,
                     const block_records& records, assembled_grounding& made) {
   std::vector<owned> found, paths;
+  found.reserve(records.size());
+  paths.reserve(records.size());
   for_each_cited(state, records, [&](symbol_lines& lines) {
     found.push_back(lines.seed(state));
     paths.push_back(std::move(lines.path));
@@ -74,8 +89,7 @@ void add_candidates(const module_state& state, grounding_parts parts, const fact
   made.symbols = symbol_names(state, records);
   std::vector<owned> seeds;
   add_citable(state, prose, seeds);
-  std::move(found.begin(), found.end(), std::back_inserter(seeds));
-  made.seeds = host::new_list(std::move(seeds));
+  made.seeds = host::new_list(std::move(seeds), std::move(found));
 }
 
 }  // namespace
