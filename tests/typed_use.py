@@ -66,7 +66,7 @@ assert SYMBOL["fqn"] in grounding
 assert fit._most(fit._NOTE_ITEMS, lambda count: count < 4) == 3
 assert fit._fit_prose(PARTS, size, 2) == ([CARDS], [TESTS.label()])
 answer: _PageContext = {"page_id": "p", "prior_markdown": "m" * fit._PAGE_CONTEXT_MAX_CHARS}
-assert '"p"' in fit._fit_page_context(answer, PARTS, 900)["truncated"]
+assert '"p"' in fit._fit_page_context(answer, PARTS, 900).get("truncated", "")
 own: Answer = {"page_id": "p", "owner": "core", "grounding": "g" * 40_000}
 assert fit._fit_page_context(own, PARTS, 900)["owner"] == "core"
 explained, report = fit.explain_page_context({"x": ["x" * 40_000]} | LOOSE, PARTS, 900)

@@ -1,35 +1,6 @@
 # shellcheck shell=bash
 # Everything that CI checks, step by step. A new step is a function here and a line in run_checks.
 
-# step NAME COMMAND...: runs it with its output in a log, which is shown when it fails.
-step() {
-  local name=$1 started=$SECONDS log
-  shift
-  [[ $name == *"$only"* ]] || return 0
-  asked=$((asked + 1))
-  log=$out/check/${name//[^a-z0-9.+]/_}.log
-  rm -f "$log"
-  # In the background: within a condition the shell would not stop at the first failure.
-  (
-    set -e
-    "$@"
-  ) >"$log" 2>&1 &
-  if wait $!; then
-    printf '%-46s ok      %4d s\n' "$name" $((SECONDS - started))
-  else
-    printf '%-46s FAILED  %4d s\n' "$name" $((SECONDS - started))
-    tail -n 40 "$log"
-    failed+=("$name")
-  fi
-}
-
-skip() { if [[ $1 == *"$only"* ]]; then not_run+=("$1"); fi; }
-
-# The same where a tool may be absent: step_with COMMAND NAME COMMAND..., after a try to install it.
-step_with() {
-  if type -P "$1" >/dev/null; then step "${@:2}"; else skip "$2"; fi
-}
-
 check_version() {
   build_into "$out/$1" release "$2"
   test_in "$out/$1"
@@ -142,7 +113,7 @@ check_stub() {
 }
 
 run_checks() {
-  local release with started=$SECONDS
+  local release with
   while read -r release with; do
     step "tests on CPython 3.${release#3}" check_version "cpython-$release" "$with"
   done < <(pythons)
@@ -152,36 +123,27 @@ run_checks() {
   step "tests with sanitizers" check_sanitized
   step "tests with every measured size checked" check_debug
   step "tests with PYTHONMALLOC=debug" check_debug_malloc
-  step_with python3.11-dbg "reference counts on a debug CPython" check_references python3.11-dbg
-  step_with g++ "no warning from g++" check_compiler g++
-  step_with clang++ "no warning from clang++" check_compiler clang++
-  step_with clang-format "format" check_format
-  step_with clang-tidy "clang-tidy" check_tidy
+  step_if "type -P python3.11-dbg" "reference counts on a debug CPython" check_references python3.11-dbg
+  step_if "type -P g++" "no warning from g++" check_compiler g++
+  step_if "type -P clang++" "no warning from clang++" check_compiler clang++
+  step_if "type -P clang-format" "format" check_format
+  step_if "type -P clang-tidy" "clang-tidy" check_tidy
   step "exported symbols and hardening" check_symbols
   step "layers" check_layers
   step "installed into a host" check_install
-  step_with stubtest "stub and types" check_stub
+  step_if "type -P stubtest" "stub and types" check_stub
+  step_if packing_tools "wheel" check_wheel
   # Further steps go here.
-  [ "$asked" != 0 ] || [ ${#not_run[@]} != 0 ] || refuse "check: no step's name holds '$only'"
-  printf 'check: %d of %d failed (%s), not run: %s, %d s\n' ${#failed[@]} "$asked" \
-    "$(list "${failed[@]}")" "$(list "${not_run[@]}")" $((SECONDS - started))
-  [ ${#failed[@]} = 0 ]
-}
-
-list() {
-  local IFS=';'
-  echo "${*:-none}"
+  steps_done check
 }
 
 check() {
-  only=${1:-} asked=0 failed=() not_run=()
+  steps_begin "${1:-}"
   pick_python
   need_compiler
-  for wanted in g++:g++ clang++:clang clang-format:clang-format clang-tidy:clang-tidy \
+  for tool in g++:g++ clang++:clang clang-format:clang-format clang-tidy:clang-tidy \
     /usr/bin/black:black stubtest:mypy python3.11-dbg:python3.11-dbg; do
-    need "${wanted%%:*}" "${wanted#*:}" || true
+    need "${tool%%:*}" "${tool#*:}" || true
   done
-  writable "$out/check"
-  mkdir -p "$out/check"
   alone "$out/check" run_checks
 }
