@@ -13,7 +13,7 @@ step() {
   wanted "$name" || return 0
   asked=$((asked + 1))
   mkdir -p "$out/check"
-  log=$out/check/${name//[^a-z0-9.+]/_}.log
+  log=$out/check/${name//[^A-Za-z0-9.+]/_}.log
   rm -f "$log"
   # In the background: within a condition the shell would not stop at the first failure.
   (
