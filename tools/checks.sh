@@ -42,7 +42,8 @@ check_format() {
   clang-format --dry-run -Werror workers/wiki/grounding_fit/*/*.[ch]pp tests/*.cpp
   /usr/bin/black --check .
   # Code that needs an exception from the formatter or from a checker is written another way.
-  if grep -rnE --include='*.py' --include='*.pyi' 'fmt: *(skip|off)|noqa' .; then return 1; fi
+  if grep -rnE --include='*.py' --include='*.pyi' --exclude-dir=build --exclude-dir='.*' \
+    'fmt: *(skip|off)|noqa' -- *; then return 1; fi
 }
 
 check_tidy() {
