@@ -54,6 +54,7 @@ class Fitted:
     report: dict
     pieces: list[Piece]  # in reading order; blank lines join them
     answer: dict  # of the agent path; empty on the other one
+    tail: int = 0  # code points of a blank line that a cut has left behind the facts
 
     def whole(self, part: str, texts: list[str]) -> set[int]:
         """Return which blocks of a part, with these texts, stand whole."""
@@ -65,7 +66,7 @@ class Fitted:
         lengths = dict.fromkeys(("facts", "bodies", "listing"), 0)
         for piece in self.pieces:
             lengths[piece.part] += len(piece.text)
-        blank = len(BLANK_LINE) * max(0, len(self.pieces) - 1)
+        blank = len(BLANK_LINE) * max(0, len(self.pieces) - 1) + self.tail
         return [*lengths.values(), blank, len(self.text), measure(self.text)]
 
 
@@ -105,7 +106,9 @@ def fit_api(parts: fit.GroundingParts, budget: int) -> Fitted:
     if code:
         below = BLANK_LINE.join(piece.text for piece in code)
         cut = text.removesuffix(below).removesuffix(BLANK_LINE)
-    return Fitted(text, report, [*cut_pieces(parts, cut), *code], {})
+    facts = list(cut_pieces(parts, cut))
+    tail = len(cut) - len(BLANK_LINE.join(piece.text for piece in facts))
+    return Fitted(text, report, [*facts, *code], {}, tail)
 
 
 def fit_agent(given: dict, parts: fit.GroundingParts, budget: int) -> Fitted:
@@ -162,8 +165,9 @@ def api_segments(parts: fit.GroundingParts, fitted: Fitted, measure: Measure) ->
     segments = []
     end = 0
     before = measure("")
-    for piece in fitted.pieces:
-        end += len(piece.text)
+    last_fact = sum(piece.part == "facts" for piece in fitted.pieces) - 1
+    for at, piece in enumerate(fitted.pieces):
+        end += len(piece.text) + (fitted.tail if at == last_fact else 0)
         tokens = measure(fitted.text[:end])
         segments.append(Segment(piece.part, piece_name(parts, piece), tokens - before))
         before = tokens
