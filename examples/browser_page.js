@@ -254,7 +254,8 @@ function upright(drawing, budget, look, label) {
   const x = acrossChart(budget);
   const line = svg("line", { x1: x, x2: x, y1: CHART.top, y2: ESTIMATE.bottom, class: look });
   drawing.append(line);
-  if (label) drawing.append(svg("text", { x, y: CHART.top - 8, class: "middle" }, label));
+  const anchor = x > CHART.right - 80 ? "end" : "middle";
+  if (label) drawing.append(svg("text", { x, y: CHART.top - 8, class: anchor }, label));
   return line;
 }
 
