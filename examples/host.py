@@ -1,17 +1,23 @@
 """Plays the module's host: makes a page's grounding and its answer of a repository."""
 
 import ast
-import sys
 from collections import Counter
 from collections.abc import Iterable, Iterator
 from dataclasses import dataclass
-from pathlib import Path
 
 import grounding_fit as fit
-from examples.repository import Definition, Repository, Source, Text, definitions, import_table
+from examples.repository import (
+    Definition,
+    Repository,
+    Source,
+    Text,
+    definitions,
+    import_table,
+    is_readme,
+)
 
 SHOWN_LINES = 40  # of a body
-QUOTED_TEXTS = 8  # of a kind
+QUOTED_TEXTS = 12  # of a kind
 BLANK_LINE = "\n\n"
 Span = tuple[str, int, int]  # path, first and last line
 
@@ -79,11 +85,25 @@ def import_blocks(sources: list[Source], table: dict) -> Iterator[fit.FactBlock]
     yield list_block("## Dependencies", dependencies)
 
 
-def digests(sources: list[Source], table: dict) -> list[Text]:
-    """Return the docstrings of more than a line, of the modules imported most first."""
-    told = [source for source in sources if "\n" in source.doc and not source.is_test]
+def digest(source: Source) -> fit.FactBlock:
+    """Tell a module in short: its docstring, and what it defines for others, each with its lines."""
+    head = quote_block(
+        fit.DIGEST, Text(source.path, source.tree.body[0].lineno, source.doc), source.doc
+    )
+    defined = [
+        Entry(signature(node), [(source.path, node.lineno, node.end_lineno)])
+        for node in source.tree.body
+        if isinstance(node, Definition) and not node.name.startswith("_")
+    ]
+    block = list_block(head.text, defined)
+    return fit.FactBlock(block.text, head.seeds + block.seeds, head.name, fit.DIGEST)
+
+
+def digests(sources: list[Source], table: dict) -> list[fit.FactBlock]:
+    """Return the digests of the modules that are imported most, of those with a docstring."""
+    told = [source for source in sources if source.doc and not source.is_test]
     told.sort(key=lambda source: (-len(table.get(source.module, ())), source.path))
-    return [Text(source.path, source.tree.body[0].lineno, source.doc) for source in told]
+    return [digest(source) for source in told[:QUOTED_TEXTS]]
 
 
 def fact_blocks(repository: Repository, policy: fit.SectionBudget) -> Iterator[fit.FactBlock]:
@@ -96,9 +116,9 @@ def fact_blocks(repository: Repository, policy: fit.SectionBudget) -> Iterator[f
     yield fit.FactBlock(f"{requested}\n{request}")
     yield from import_blocks(sources, table)
     yield list_block("## Tests", [file_card(source) for source in sources if source.is_test])
-    readmes = [text for text in repository.texts if Path(text.path).stem.upper() == "README"]
+    readmes = [text for text in repository.texts if is_readme(text.path)]
     documents = [text for text in repository.texts if text not in readmes[:1]]
-    yield from quotes(fit.DIGEST, digests(sources, table), sys.maxsize)
+    yield from digests(sources, table)
     yield from quotes(fit.README, readmes[:1], policy.readme_chars)
     yield from quotes(fit.DOCUMENT, documents, policy.document_chars)
 
@@ -176,11 +196,18 @@ def symbol_blocks(symbols: Iterable[dict]) -> list[tuple[str, dict]]:
     return [(fit.render_symbol(symbol), symbol) for symbol in symbols]
 
 
+def always_kept(block: fit.FactBlock, policy: fit.SectionBudget) -> bool:
+    """Whether no cap leaves a block out."""
+    return block.text.startswith(fit._ALWAYS_KEPT) or block.key in policy.first
+
+
 def page_parts(repository: Repository, page: str, most_symbols: int) -> fit.GroundingParts:
     """Make the whole grounding of a page of this type."""
     policy = fit.section_budget(page)
     blocks = fact_blocks(repository, policy)
     facts = [block for block in blocks if "\n" in block.text]  # a bare heading tells nothing
+    # A block that fits may take the room of an always-kept one that stands after it.
+    facts.sort(key=lambda block: not always_kept(block, policy))
     symbols = symbol_records(repository.sources, most_symbols)
     files = {source.path for source in repository.sources}
     return fit.GroundingParts(facts, symbol_blocks(symbols), files, budget=policy)

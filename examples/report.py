@@ -1,177 +1,191 @@
-"""Draws where the room of a fitted page went, as it is read back from the results."""
+"""Draws on a terminal where the room of a fitted page went, and why."""
 
 import os
 import sys
 import textwrap
-from collections import Counter
-from collections.abc import Callable, Iterator
-from dataclasses import dataclass, replace
+from collections.abc import Iterable
+from dataclasses import dataclass
 
 import grounding_fit as fit
+from examples import reasons
+from examples.pieces import (
+    Bar,
+    Fitted,
+    Measure,
+    Segment,
+    agent_bar,
+    api_bar,
+    fact_rows,
+    symbol_name,
+)
 
 WIDTH = 98  # columns
-NAME_WIDTH = 54
-BLANK_LINE = "\n\n"
-Measure = Callable[[str], int]
+NAME_WIDTH = 50
+NAMED_SYMBOLS = 10  # of each outcome
+INDENT = " " * 5
 
 
 @dataclass(frozen=True)
-class Part:
-    """What a share of a result is spent on, and its colour number on a terminal."""
+class Ink:
+    """How a part of a bar is drawn: a letter, or on a terminal a colour by its number."""
 
+    letter: str
     meaning: str
     colour: int
 
 
-PARTS = {
-    "F": Part("facts", 32),
-    "B": Part("bodies", 71),
-    "L": Part("listing", 178),
-    "O": Part("other", 97),
-    "N": Part("note", 167),
-    ".": Part("free", 238),
+INKS = {
+    "other": Ink("O", "other fields", 97),
+    "facts": Ink("F", "facts", 32),
+    "seeds": Ink("S", "seeds of facts", 37),
+    "note": Ink("N", "note", 167),
+    "listing": Ink("L", "listing", 178),
+    "bodies": Ink("B", "bodies", 71),
+    "body seeds": Ink("C", "seeds of bodies", 65),
+    "free": Ink(".", "free", 238),
 }
 
 
-@dataclass(frozen=True)
-class Row:
-    """One piece of a result; sizes are tokens or JSON characters, as the result is measured."""
-
-    part: str
-    name: str
-    outcome: str
-    size: int
-    whole: int = 0  # its size if it had been kept whole
+def say(text: str) -> None:
+    """Print a sentence, wrapped."""
+    lines = textwrap.wrap(text, WIDTH - 2, break_on_hyphens=False, break_long_words=False)
+    print(*(f"  {line}".replace("\xa0", " ") for line in lines), sep="\n")
 
 
-class GroundingReader:
-    """Follows the pieces through a grounding; each counts what it adds to the text before it."""
-
-    def __init__(self, text: str, parts: fit.GroundingParts, measure: Measure):
-        self.text = text
-        self.parts = parts
-        self.measure = measure
-        self.at = 0
-
-    def added(self, start: int) -> int:
-        """Return what the text from an offset, in code points, to here adds."""
-        return self.measure(self.text[: self.at]) - self.measure(self.text[:start])
-
-    def take(self, piece: str) -> bool:
-        """Step over a piece when it stands here whole, and say whether it does."""
-        found = (self.text + BLANK_LINE).startswith(piece + BLANK_LINE, self.at)
-        if found:
-            self.at += len(piece + BLANK_LINE)
-        return found
-
-    def fact_rows(self) -> list[Row]:
-        """Return a row per fact block; before the code may stand the head of one that was cut."""
-        rows = []
-        for block in self.parts.prose:
-            start = self.at
-            outcome = "kept" if self.take(block.text) else "left out"
-            whole = self.measure(block.text)
-            rows.append(Row("F", block.label(), outcome, self.added(start), whole))
-        start = self.at
-        self.at = self.code_start()
-        if self.at > start:
-            cut = [row.outcome for row in rows].index("left out")
-            rows[cut] = replace(rows[cut], outcome="cut", size=self.added(start))
-        return rows
-
-    def code_start(self) -> int:
-        """Return where the first body or the listing begins, else the end of the text."""
-        if self.parts.blocks:
-            for opening in (self.parts.blocks[0][0], fit._LISTED_HEADING):
-                found = self.text.find(opening, self.at)
-                if found >= 0:
-                    return found
-        return len(self.text)
-
-    def code_rows(self) -> Iterator[Row]:
-        """Yield a row for the symbols kept whole, for those listed, for those left out."""
-        blocks = self.parts.blocks
-        start = self.at
-        kept = 0
-        while kept < len(blocks) and self.take(blocks[kept][0]):
-            kept += 1
-        bodies_size = self.added(start)
-        start = self.at
-        self.at = len(self.text)
-        shown = kept + self.text.count("\n", start)  # below its heading, a line per symbol
-        runs = [
-            ("B", 0, kept, "kept whole", bodies_size),
-            ("L", kept, shown, "listed", self.added(start)),
-            ("L", shown, len(blocks), "left out", 0),
-        ]
-        for part, first, last, outcome, size in runs:
-            if first < last:
-                whole = sum(self.measure(code) for code, _ in blocks[first:last])
-                yield Row(part, f"symbols {first + 1:,}-{last:,}", outcome, size, whole)
-
-
-def grounding_rows(text: str, parts: fit.GroundingParts, measure: Measure) -> list[Row]:
-    """Return what every piece of a grounding was spent on."""
-    reader = GroundingReader(text, parts, measure)
-    return [*reader.fact_rows(), *reader.code_rows()]
-
-
-def text_size(text: str) -> int:
-    """Return the JSON characters of a text within its quotes."""
-    return fit._json_size(text) - len('""')
-
-
-def answer_rows(given: dict, answer: dict, parts: fit.GroundingParts) -> list[Row]:
-    """Say what every JSON character of an answer is spent on."""
-    rows = grounding_rows(answer["grounding"], parts, text_size)
-    for field in ("prior_markdown", "symbols", "citation_seeds"):
-        outcome = "cut" if answer[field] else "left out"
-        if answer[field] == given[field]:
-            outcome = "kept"
-        sizes = fit._json_size(answer[field]), fit._json_size(given[field])
-        rows.append(Row("O", field, outcome, *sizes))
-    if "truncated" in answer:
-        rows.append(Row("N", "truncated", "added", fit._json_size(answer["truncated"])))
-    rest = fit._json_size(answer) - sum(row.size for row in rows)
-    return [*rows, Row("O", "all other fields, names and punctuation", "kept", rest)]
-
-
-def inks() -> dict[str, str]:
-    """Return how a cell of each part is drawn: its letter, or a colour on a terminal."""
+def drawn(part: str, count: int = 1) -> str:
+    """Return cells of a part: its letter, or its colour on a terminal."""
+    ink = INKS[part]
     if os.environ.get("NO_COLOR") or not sys.stdout.isatty():
-        return {letter: letter for letter in PARTS}
-    return {letter: f"\x1b[48;5;{part.colour}m \x1b[0m" for letter, part in PARTS.items()}
+        return ink.letter * count
+    return f"\x1b[48;5;{ink.colour}m{' ' * count}\x1b[0m"
 
 
-def bar_cells(sizes: dict[str, int], scale: float) -> Counter:
-    """Share the bar out: each part that has a size gets a cell, the widest takes the rounding."""
-    cells = Counter({part: max(1, round(size * scale)) for part, size in sizes.items() if size})
-    cells[max(cells, key=cells.get, default=".")] += WIDTH - sum(cells.values())
+def bar_cells(sizes: Iterable[int], scale: float) -> list[int]:
+    """Share the bar out: what has a size gets a cell, the widest takes the rounding."""
+    cells = [max(1, round(size * scale)) if size else 0 for size in sizes]
+    widest = max(reversed(range(len(cells))), key=cells.__getitem__)
+    cells[widest] += WIDTH - sum(cells)
     return cells
 
 
-def row_line(row: Row, ink: str) -> str:
-    """Return the line of the report for a piece."""
-    name = row.name
-    if len(name) > NAME_WIDTH:
-        name = f"{name[:NAME_WIDTH - 3]}..."
-    line = f"{ink if row.size else ' '} {name:<{NAME_WIDTH}} {row.outcome:<10} {row.size:>9,}"
-    if row.whole and "kept" not in row.outcome:
-        line += f" of {row.whole:,}"
-    return line
+def print_bar(bar: Bar) -> None:
+    """Print a bar to scale, below it what is kept for code, and the size of each part."""
+    free = max(0, bar.room - bar.total)
+    state = f"{bar.total - bar.room:,} OVER" if bar.total > bar.room else f"{free:,} free"
+    print(f"\n{bar.title}: {bar.total:,} of {bar.room:,} {bar.unit}, {state}")
+    scale = WIDTH / max(bar.total, bar.room, 1)
+    sizes = dict.fromkeys(INKS, 0)
+    for segment in [*bar.segments, Segment("free", "", free)]:
+        sizes[segment.part] += segment.size
+    cells = bar_cells(sizes.values(), scale)
+    print("".join(drawn(part, count) for part, count in zip(sizes, cells)))
+    legend = [
+        f"{drawn(part)} {INKS[part].meaning} {size:,}" for part, size in sizes.items() if size
+    ]
+    if bar.reserve:
+        start = round(max(0, bar.room - bar.reserve) * scale)
+        print(" " * start + "/" * (round(bar.room * scale) - start))
+        legend.append(f"/ {bar.reserved} {bar.reserve:,}")
+    say("  ".join(entry.replace(" ", "\xa0") for entry in legend))
 
 
-def print_path(title: str, unit: str, room: int, rows: list[Row], remark: str) -> None:
-    """Print a bar to scale, what its letters mean, a row per piece, and a remark."""
-    sizes = {part: sum(row.size for row in rows if row.part == part) for part in PARTS}
-    total = sum(sizes.values())
-    sizes["."] = max(0, room - total)
-    state = f"{sizes['.']:,} free" if total <= room else f"{total - room:,} OVER"
-    cells = bar_cells(sizes, WIDTH / max(total, room, 1))
-    ink = inks()
-    print(f"\n{title}: {total:,} of {room:,} {unit}, {state}")
-    print("".join(ink[part] * count for part, count in cells.items()))
-    print("  ".join(f"{ink[part]} {PARTS[part].meaning} {sizes[part]:,}" for part in cells))
-    for row in rows:
-        print(row_line(row, ink[row.part]))
-    print(textwrap.fill(remark, WIDTH, break_on_hyphens=False))
+def shares_used(facts: list[dict]) -> dict[str, tuple[int, float]]:
+    """Return the JSON characters used and the limit of each kind that has a share."""
+    used = {}
+    for fact in facts:
+        if fact.get("share") is not None:
+            before, limit = used.get(fact["key"], (0, fact["share"]))
+            used[fact["key"]] = (before + fact["kept"] * (fact["text"] + fact["seeds"]), limit)
+    return used
+
+
+def print_shares(facts: list[dict], scale: float) -> None:
+    """Print a bar for each kind of block that has a share, its limit as a tick, to scale."""
+    for key, (used, limit) in shares_used(facts).items():
+        tick = min(WIDTH - 1, max(0, round(limit * scale)))
+        cells = max(1, round(used * scale)) if used else 0
+        line = "=" * min(cells, tick) + " " * (tick - cells) + "|" + "=" * (cells - tick - 1)
+        print(f"{line} {key}: {used:,} used of its share of {limit:,.0f}")
+
+
+def print_words(warnings: Iterable[str], told: Iterable[str]) -> None:
+    """Print what is to be warned of, then why a path kept what it did."""
+    for warning in warnings:
+        say(f"WARNING: {warning}.")
+    for reason in told:
+        say(reason)
+
+
+def print_symbols(parts: fit.GroundingParts, symbols: dict) -> None:
+    """Print the symbols of each outcome, by name, with their ranks."""
+    bodies = symbols["bodies"]
+    shown = bodies + symbols["listed"]
+    runs = [
+        ("bodies", 0, bodies, "kept whole"),
+        ("listing", bodies, shown, "listed by a line each"),
+        ("free", shown, symbols["total"], "not shown"),
+    ]
+    for part, first, last, outcome in runs:
+        if first == last:
+            continue
+        names = [
+            symbol_name(parts, each) for each in range(first, min(last, first + NAMED_SYMBOLS))
+        ]
+        if last - first > len(names):
+            names.append(f"and {last - first - len(names):,} more")
+        ranks = f"symbols {first + 1:,}-{last:,}" if last > first + 1 else f"symbol {last:,}"
+        text = f"{ranks} {outcome}: {', '.join(names)}"
+        lines = textwrap.wrap(text, WIDTH - 5, break_on_hyphens=False, break_long_words=False)
+        print(f"{drawn(part)}    " + f"\n{INDENT}".join(lines))
+
+
+def name_cell(name: str) -> str:
+    """Return a name as wide as its column."""
+    return f"{name[: NAME_WIDTH - 3]}..." if len(name) > NAME_WIDTH else f"{name:<{NAME_WIDTH}}"
+
+
+def print_api(parts: fit.GroundingParts, fitted: Fitted, measure: Measure) -> None:
+    """Print what the API path made of a page, in tokens."""
+    bar = api_bar(parts, fitted, measure)
+    print_bar(bar)
+    print_words(reasons.api_warnings(fitted.report), reasons.api_reasons(parts, fitted.report))
+    print(f"{INDENT}{name_cell('fact block')} {'':<14}{'tokens':>9}{'of':>9}")
+    facts = [piece.index for piece in fitted.pieces if piece.part == "facts"]
+    sizes = dict(zip(facts, bar.segments))
+    whole = fitted.whole("facts", [block.text for block in parts.prose])
+    for index, block in enumerate(parts.prose):
+        size = sizes[index].size if index in sizes else 0
+        outcome = "left out"
+        if size:
+            outcome = "whole" if index in whole else "cut"
+        ink = drawn("facts") if size else " "
+        cells = f"{outcome:<14}{size:>9,}{measure(block.text):>9,}"
+        print(f"{ink}    {name_cell(block.label())} {cells}")
+    print_symbols(parts, fitted.report["symbols"])
+
+
+def print_agent(parts: fit.GroundingParts, fitted: Fitted) -> None:
+    """Print what the agent path made of a page, in JSON characters."""
+    report = fitted.report
+    print_bar(agent_bar(parts, fitted))
+    facts = fact_rows(parts, report)
+    print_shares(facts, WIDTH / max(report["size"], report["cap"]))
+    print_words(reasons.agent_warnings(parts, fitted), reasons.agent_reasons(parts, report))
+    print(f"{INDENT}{name_cell('fact block')} {'':<14}{'text':>9}{'seeds':>9}{'short by':>9}")
+    for fact in facts:
+        print_fact(fact)
+    everything = {"bodies": len(parts.blocks), "listed": 0, "total": len(parts.blocks)}
+    print_symbols(parts, report.get("symbols", everything))
+    say(f"truncated: {fitted.answer.get('truncated', 'no')}")
+
+
+def print_fact(fact: dict) -> None:
+    """Print the row of a fact block of an answer, and why it was left out."""
+    ink = drawn("facts") if fact["kept"] else " "
+    mark = "*" if fact["verdict"] in ("always kept", "kept first") else " "
+    cells = f"{fact['verdict']:<14}{fact['text']:>9,}{fact['seeds']:>9,}"
+    if not fact["kept"]:
+        cells += f"{'unknown' if fact['short_by'] is None else format(fact['short_by'], ','):>9}"
+    print(f"{ink} {mark}  {name_cell(fact['label'])} {cells}")
+    for line in textwrap.wrap(reasons.fact_reason(fact), WIDTH - 7):
+        print(f"{INDENT}  {line}")

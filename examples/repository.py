@@ -7,7 +7,8 @@ from dataclasses import dataclass
 from pathlib import Path
 
 NO_PAGES = (".", "test", "site-packages")  # beginnings of folders that get no page
-TEXT_SUFFIXES = (".md", ".rst", ".txt")
+TEXT_SUFFIXES = (".md", ".rst")
+BUILT_FOLDERS = ("build", "dist")  # at the root; what is built there is no part of the code
 Definition = ast.FunctionDef | ast.AsyncFunctionDef | ast.ClassDef
 
 
@@ -51,6 +52,11 @@ class Repository:
     passed_over: int  # files that cannot be read
 
 
+def is_readme(path: str) -> bool:
+    """Whether a file is named README, with any suffix or none."""
+    return Path(path).stem.upper() == "README"
+
+
 def parse(path: str, text: str) -> Source:
     """Parse one file of Python code."""
     tree = ast.parse(text)
@@ -61,21 +67,22 @@ def parse(path: str, text: str) -> Source:
 
 
 def read_repository(root: Path) -> Repository:
-    """Read the code and the texts below a folder, but for hidden files."""
+    """Read the code and the texts below a folder, but for hidden files and what was built."""
     base = root
     if (root / "__init__.py").is_file():
         base = root.parent  # so that paths and modules name the package
     sources = []
     texts = []
     passed_over = 0
-    for file in sorted(root.rglob("*.*"), key=lambda file: (len(file.parts), file)):
-        if any(part.startswith(".") for part in file.relative_to(root).parts):
+    for file in sorted(root.rglob("*"), key=lambda file: (len(file.parts), file)):
+        parts = file.relative_to(root).parts
+        if parts[0] in BUILT_FOLDERS or any(part.startswith(".") for part in parts):
             continue
         path = file.relative_to(base).as_posix()
         try:
             if file.suffix == ".py":
                 sources.append(parse(path, file.read_text("utf-8-sig")))
-            elif file.suffix in TEXT_SUFFIXES:
+            elif file.suffix in TEXT_SUFFIXES or is_readme(path):
                 texts.append(Text(path, 1, file.read_text("utf-8-sig")))
         except (OSError, SyntaxError, ValueError, RecursionError, MemoryError):
             passed_over += 1

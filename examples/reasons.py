@@ -1,0 +1,136 @@
+"""Says in words what the reports of a page decide, and by how much."""
+
+import math
+from collections.abc import Iterator
+
+import grounding_fit as fit
+from examples.pieces import QUOTES, Fitted, symbol_name
+
+
+def policy_line(page: str, policy: fit.SectionBudget) -> str:
+    """Return what a page type's policy is; sizes are code points, shares are of the room."""
+    shares = [f"{key} at most {share:.0%} of the room" for key, share in policy.shares.items()]
+    texts = [f"README up to {policy.readme_chars:,}", f"documents up to {policy.document_chars:,}"]
+    first = f"kept first: {', '.join(policy.first) or 'none'}"
+    own = "its own" if page in fit._BUDGETS else "the default"
+    return f"policy of {page!r} ({own}): {', '.join([first, *shares, *texts])} code points"
+
+
+def fact_reason(fact: dict) -> str:
+    """Return what a block that was left out lacked, and what its seeds had to do with it.
+
+    Sizes are JSON characters.
+    """
+    short = fact["short_by"]
+    if fact["kept"] or short is None:
+        return ""
+    seeds = fact["citable_seeds"]
+    reason = "with it the answer would not leave the room that is reserved for code"
+    enough = "it would fit"
+    if fact["verdict"] == "over its share":
+        seeds = fact["seeds"] - QUOTES
+        limit = math.floor(fact["share"])
+        reason = f"{fact['key']} blocks have used {fact['share_used']:,} of {limit:,}"
+        enough = "it would be within its share"
+    if short <= seeds:
+        return f"{reason}; without its {seeds:,} of seeds {enough}"
+    return f"{reason}; even without its {seeds:,} of seeds it is {short - seeds:,} over"
+
+
+def api_reasons(parts: fit.GroundingParts, report: dict) -> Iterator[str]:
+    """Yield why the API path kept what it did of the facts and of the bodies, in tokens."""
+    facts = report["facts"]
+    code = report["code"]
+    used = report["used"]
+    takes = f"bodies {used:,} and listing {code - used:,} take {code:,} of {report['budget']:,}"
+    if facts["kept"] == facts["whole"]:
+        yield f"All {facts['whole']:,} tokens of facts stand."
+    elif facts["room"] == 0:
+        yield f"No facts of {facts['whole']:,} tokens: {takes}, which leaves them no room."
+    else:
+        empty = "" if facts["kept"] else ", less than the host can cut them to"
+        yield (
+            f"Facts cut from {facts['whole']:,} to {facts['kept']:,} tokens: {takes}, "
+            f"which leaves {facts['room']:,}{empty}."
+        )
+    source = "its floor" if report["share"] == report["floor"] else "what the facts leave"
+    share = f"the code's share of {report['share']:,} ({source})"
+    if used > report["share"]:
+        first = symbol_name(parts, 0)
+        yield f"{first} alone takes {used:,}, more than {share}: the first body is always kept."
+    yield from body_reasons(parts, report["symbols"], share)
+
+
+def body_reasons(parts: fit.GroundingParts, symbols: dict, share: str) -> Iterator[str]:
+    """Yield what kept the next body out, and by how much."""
+    stop = symbols["stopped_by"]
+    if stop == "nothing":
+        if symbols["total"]:
+            yield f"All {symbols['total']:,} bodies stand."
+        return
+    name = symbol_name(parts, symbols["bodies"])
+    if stop == "tokens":
+        short = symbols["short_by_tokens"]
+        yield f"Tokens stop the bodies: with {name} they would pass {share} by {short:,}."
+    else:
+        short = symbols["short_by_characters"]
+        noted = " with its real note" if stop == "note" else ""
+        yield f"The cap stops the bodies: with that of {name}{noted} it is passed by {short:,}."
+
+
+def agent_reasons(parts: fit.GroundingParts, report: dict) -> Iterator[str]:
+    """Yield what decided the answer of the agent path, in JSON characters."""
+    given = f"{report['given']:,} characters were given"
+    if report["outcome"] == "fits":
+        yield f"{given}, which fit: the answer went back unchanged."
+    elif report["outcome"] == "fits without prior_markdown":
+        yield f"{given}; without prior_markdown they fit."
+    else:
+        yield (
+            f"{given}. The always-kept facts and other fields with no body take {report['base']:,}, "
+            f"which leaves a room of {report['room']:,}. Of it {report['reserve']:,} are reserved "
+            f"for bodies: the lesser of the code's floor, {report['floor']:,}, and of all bodies "
+            f"that the tokens allow, {report['all_bodies']:,}."
+        )
+        yield from body_reasons(parts, report["symbols"], "the code's share of the budget")
+
+
+def api_warnings(report: dict) -> Iterator[str]:
+    """Yield why a grounding passes its budget, in tokens."""
+    if report["over"]:
+        code = f"bodies {report['used']:,} and listing {report['code'] - report['used']:,}"
+        yield (
+            f"the grounding passes its budget by {report['over']:,} tokens: {code} are not cut; "
+            "the first body is always kept, and the listing stands beside the code's share"
+        )
+
+
+def agent_warnings(parts: fit.GroundingParts, fitted: Fitted) -> Iterator[str]:
+    """Yield why an answer passes the cap without any code, in JSON characters."""
+    report = fitted.report
+    if report["outcome"] != "over the cap":
+        return
+    kept = [fact for fact in report["facts"] if fact["kept"]]
+    sizes = {}
+    for fact in kept:
+        size = fact["text"] - QUOTES + (fact["citable_seeds"] or 0)
+        sizes[fact["label"]] = sizes.get(fact["label"], 0) + size
+    facts = sum(sizes.values())
+    fields = report["size"] - facts
+    excess = report["size"] - report["cap"]
+    cause = f"the fields that are not fitted and the note take {fields:,}"
+    if facts > fields:
+        widest = max(sizes, key=sizes.get)
+        cause = f"{widest} takes {sizes[widest]:,} with its seeds"
+    yield (
+        f"facts and fields alone pass the cap by {excess:,} characters, so no code is shown: "
+        f"the {len(kept)} facts kept take {facts:,}, {cause}"
+    )
+    verdicts = [fact["verdict"] for fact in kept]
+    pinned = [index for index, one in enumerate(verdicts) if one in ("always kept", "kept first")]
+    if pinned and "fits" in verdicts[: pinned[-1]]:
+        late = kept[pinned[-1]]["label"]
+        yield (
+            f"{late} is always kept, but stands after blocks that were kept because they fitted "
+            "without it: always-kept blocks belong first"
+        )
