@@ -1,5 +1,6 @@
 """Values, hosts and threads that no one would wish for: an error or a result, never a crash."""
 
+import importlib
 import sys
 import threading
 import unittest
@@ -11,39 +12,19 @@ from harness import HOST, ROOT, UsualHost, fit, over, parts
 from pages import Array, Integer, Mapping, Real, Source, Text
 
 try:
-    import _interpreters as interpreters
-except ImportError:
-    try:
-        import _xxsubinterpreters as interpreters
-    except ImportError:
-        interpreters = None
-try:
     from _testcapi import unicode_legacy_string
 except ImportError:
     unicode_legacy_string = None
 
 # Arguments that every function and constructor accepts.
-GOOD = {
-    "section_budget": ["x"],
-    "seed": ["p", 1, 2],
-    "citable": [[]],
-    "symbol_seeds": [[]],
-    "render_symbol": [{}],
-    "_listed": [{}],
-    "_listing": [[{}]],
-    "_assemble_blocks": [["a"], 1],
-    "_blocks_within": [parts(), 1],
-    "_assemble_grounding": [parts(), 1],
-    "_json_size": [1],
-    "_cap_note": [["a"], True],
-    "_code_cut": [1, 2, 3],
-    "_most": [3, bool],
-    "_fit_prose": [parts(), lambda *_: 1, 2],
-    "_fit_page_context": [over(), parts(), 1],
-    "FactBlock": ["t", [], "n", "k"],
-    "GroundingParts": [[], [], set(), 0.5, fit.SectionBudget()],
-    "SectionBudget": [1, (), {}, 2],
-}
+GOOD = {"section_budget": ["x"], "seed": ["p", 1, 2], "citable": [[]], "symbol_seeds": [[]]}
+GOOD |= {"render_symbol": [{}], "_listed": [{}], "_listing": [[{}]], "_json_size": [1]}
+GOOD |= {"_assemble_blocks": [["a"], 1], "_blocks_within": [parts(), 1]}
+GOOD |= {"_assemble_grounding": [parts(), 1], "_fit_page_context": [over(), parts(), 1]}
+GOOD |= {"_cap_note": [["a"], True], "_code_cut": [1, 2, 3], "_most": [3, bool]}
+GOOD |= {"_fit_prose": [parts(), lambda *_: 1, 2], "FactBlock": ["t", [], "n", "k"]}
+GOOD |= {"GroundingParts": [[], [], set(), 0.5, fit.SectionBudget()]}
+GOOD |= {"SectionBudget": [1, (), {}, 2]}
 
 
 class Hostile(UsualHost):
@@ -147,8 +128,9 @@ class Hostile(UsualHost):
         self.assertEqual((len(found), all(found)), (6 * 5 * 60, True))
 
     @unittest.skipIf(sys.version_info < (3, 12), "no lock of their own")
-    @unittest.skipIf(interpreters is None, "no sub-interpreters")
     def test_sub_interpreters(self):
+        newer = sys.version_info >= (3, 13)
+        interpreters = importlib.import_module("_interpreters" if newer else "_xxsubinterpreters")
         script = f"""import sys
 sys.path[:0] = {sys.path[:4] + [str(ROOT)]!r}
 import grounding_fit as g

@@ -14,10 +14,8 @@ if TYPE_CHECKING:
 
 SYMBOL: _SymbolRecord = {
     "fqn": "app.save",
-    "kind": "function",
     "file": "./app.py",
     "line": 4,
-    "end_line": 9,
     "parameters": [{"name": "item", "type": "Item"}],
     "callees": ("app.put",),
     "docstring": None,
@@ -35,7 +33,7 @@ def size(blocks: list[fit.FactBlock], count: int, listed: int | None = None) -> 
 
 USED = set(re.findall(r"fit\.(\w+)", Path(__file__).read_text()))
 assert fit.__version__ and USED >= set(fit.__all__), "a public name is not used here"
-assert SEEDS == [fit.seed("app.py", 4, end=9)] == fit.citable(seed for seed in PARTS.seeds)
+assert SEEDS == [fit.seed("app.py", 4, end=3)] == fit.citable(seed for seed in PARTS.seeds)
 assert (TESTS[0], TESTS[1], TESTS[2:], len(TESTS)) == (TESTS.text, SEEDS, ("", "t"), 4)
 match TESTS:
     case fit.FactBlock(text, seeds, key=key):
