@@ -1,20 +1,21 @@
-"""Holds the module against the plain model on random pages: results, errors, calls to the host."""
+"""Holds the module against the plain model: results, errors, calls to the host.
+
+First on pages that are moved until every comparison of the rules has stood at its edge, one below
+and one above, then on random ones."""
 
 import argparse
 import collections
+import contextlib
 import copy
 import gc
 import json
 import sys
 import time
+from unittest import mock
 
+import edges
 from harness import HOST, fit, model
 from pages import Source
-
-# What a run must have seen of the agent path.
-BRANCHES = ["fits", "fits without the prior markdown", "bodies with their window", "only lines"]
-BRANCHES += ["nothing listed", "note takes bodies off", "note takes lines off", "over the cap"]
-BRANCHES += ["an error"]
 
 
 def outcome(module, name, *args):
@@ -63,58 +64,27 @@ def agree(name, *args, agent=False):
     return mine
 
 
-def branches(answer, result, passes):
-    """Yield the names of the branches that a call of the agent path took."""
-    if isinstance(result, type):
-        yield "an error"
-    elif result is answer:
-        yield "fits"
-    elif "Ask for code" not in result["truncated"]:
-        yield "fits without the prior markdown"
-    else:
-        bodies = passes[0][0]
-        count, listed, _ = passes[-1]
-        yield "bodies with their window" if count else "only lines" if listed else "nothing listed"
-        if len(passes) > 1 and bodies:
-            yield "note takes bodies off"
-        if len(passes) > 1 and not count:
-            yield "note takes lines off"
-        if result["truncated"].endswith("alone exceed it."):
-            yield "over the cap"
-
-
-def fit_both(answer, parts, tokens, seen):
-    """Compare the agent path on one page, and count the branches that it takes."""
-    passes = []
-    count_cut = model._code_cut
-
-    def recorded(*args):
-        passes.append(args)
-        return count_cut(*args)
-
-    model._code_cut = recorded
-    try:
-        result = agree("_fit_page_context", answer, parts, tokens, agent=True)
-    finally:
-        model._code_cut = count_cut
-    seen.update(branches(answer, result, passes))
-
-
 def size_of(blocks, count):
     """Return a size for `_fit_prose` that has nothing to do with an answer."""
     return len(json.dumps([block.text for block in blocks])) + 300 * count
 
 
-def one_page(seed, junk, seen, scale=1.0):
+def both_paths(answer, parts, tokens):
+    """Compare both paths on one page."""
+    agree("_fit_page_context", answer, parts, tokens, agent=True)
+    agree("_assemble_grounding", parts, tokens)
+
+
+def one_page(seed, junk, scale=1.0):
     """Compare everything on one page."""
     source = Source(seed, junk, scale)
     source.host()
     parts, answer, tokens = source.parts(), source.answer(), source.tokens()
     before = None if junk else copy.deepcopy((parts, answer))
-    fit_both(answer, parts, tokens, seen)
-    agree("_assemble_grounding", parts, tokens)
+    both_paths(answer, parts, tokens)
     agree("_blocks_within", parts, tokens)
     agree("_fit_prose", parts, size_of, 20)
+    agree("_code_cut", *(source.r.randrange(3) for _ in range(3)))
     for pair in parts.blocks[:3]:
         if isinstance(pair, (list, tuple)) and len(pair) == 2:
             agree("render_symbol", pair[1])
@@ -126,22 +96,50 @@ def one_page(seed, junk, seen, scale=1.0):
             assert block.label() == model.label(block)
     if not junk:
         agree("_json_size", source.value(6))
+        agree("_assemble_blocks", [text for text, _ in parts.blocks], tokens)
         assert same(parts.seeds, model.part_seeds(parts))
         assert (parts, answer) == before, "an input was changed"
 
 
-def run(pages, first=0, need_all=True):
-    """Compare that many pages, a third of them with junk in them; return the branches seen."""
-    seen = collections.Counter()
+@contextlib.contextmanager
+def watched(options):
+    """Watch the comparisons of the plain model; say how to run again what fails in here."""
+    watch = edges.Watch()
+    try:
+        with mock.patch.object(model, "at_most", watch):
+            yield watch
+    except BaseException:
+        print(f"differential: python differential.py {options}")
+        raise
+
+
+def run(pages, first=0):
+    """Compare that many pages, a third of them with junk in them; return the edges met."""
+    met = collections.Counter()
     for seed in range(first, first + pages):
-        try:
-            one_page(seed, [0.0, 0.0, 0.01][seed % 3], seen)
-        except BaseException:
-            print(f"differential: seed {seed}: python differential.py --first {seed} --pages 1")
-            raise
-    missed = [name for name in BRANCHES if not seen[name]]
-    assert not (need_all and missed), f"never reached: {missed}"
-    return seen
+        with watched(f"--first {seed} --pages 1 --edges 0") as watch:
+            one_page(seed, [0.0, 0.0, 0.01][seed % 3])
+        met += watch.met
+    return met
+
+
+def run_edges(pages, first=0):
+    """Compare pages that are moved to every edge; return the edges met."""
+    met = collections.Counter()
+    HOST.set(estimate=len)
+    for seed in range(first, first + pages):
+        with watched(f"--first {seed} --pages 0 --edges 1") as watch:
+
+            def gaps(page):
+                watch.gaps.clear()
+                both_paths(*page.build())
+                return watch.gaps.copy()
+
+            for filler, rules in edges.MOVES.items():
+                for rule in rules:
+                    edges.seek(edges.draw(seed), filler, rule, gaps)
+        met += watch.met
+    return met
 
 
 def count_references(pages):
@@ -149,7 +147,7 @@ def count_references(pages):
     which a call that keeps or gives away one too many would move, must stay level."""
     totals = []
     for _ in range(4):
-        run(pages, need_all=False)
+        run(pages)
         HOST.calls.clear()
         gc.collect()
         totals.append(sys.gettotalrefcount())
@@ -157,14 +155,27 @@ def count_references(pages):
     assert abs(totals[-1] - totals[-2]) < pages // 10, totals
 
 
-if __name__ == "__main__":
+def main():
+    """Compare as many pages as the options say."""
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--pages", type=int, default=500)
-    parser.add_argument("--first", type=int, default=0)
+    parser.add_argument("--pages", type=int, default=500, help="random pages")
+    parser.add_argument("--edges", type=int, default=20, help="pages that are moved to every edge")
+    parser.add_argument("--first", type=int, default=0, help="the seed of the first page")
     parser.add_argument("--count-references", action="store_true")
     options = parser.parse_args()
     if options.count_references:
-        sys.exit(count_references(options.pages))
+        return count_references(options.pages)
     started = time.perf_counter()
-    reached = run(options.pages, options.first, need_all=options.pages >= 500)
-    print(f"{options.pages} pages alike in {time.perf_counter() - started:.1f} s: {dict(reached)}")
+    met = run_edges(options.edges, options.first)
+    missed = edges.missed(met, edges.SOUGHT)
+    assert options.edges < 20 or not missed, f"edges that were sought and never met: {missed}"
+    rarest = min(met.values(), default=0)
+    met += run(options.pages, options.first)
+    missed = edges.missed(met)
+    assert options.edges < 20 or options.pages < 500 or not missed, f"edges never met: {missed}"
+    print(f"{options.pages} random pages and {options.edges} that were moved to every edge: alike")
+    print(f"rarest of the edges: {rarest} times, {time.perf_counter() - started:.1f} s")
+
+
+if __name__ == "__main__":
+    main()

@@ -5,7 +5,6 @@ smaller scales, and the smallest that still fails is shown.
 """
 
 import argparse
-import collections
 import subprocess
 import sys
 import time
@@ -21,7 +20,7 @@ def one_case(seed, scale):
 
     junk = [0.0, 0.01, 0.1][seed % 3]
     if seed % 2:
-        differential.one_page(seed, junk, collections.Counter(), scale)
+        differential.one_page(seed, junk, scale)
     else:
         Saboteur(Source(seed, junk, scale)).run()
 

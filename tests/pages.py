@@ -36,7 +36,7 @@ WRONG = [*MISSING, *NUMBERS, *TEXTS, *OTHERS]
 
 
 class Text(str):
-    """A text whose own methods are wrong; nothing may run them."""
+    """A text whose own methods are wrong; nothing may run them. The next are such values too."""
 
     def wrong(self, *_):
         raise AssertionError("a method of a derived type was run")
@@ -45,26 +45,18 @@ class Text(str):
 
 
 class Integer(int):
-    """The same for an integer."""
-
     __int__ = __index__ = __str__ = __repr__ = __lt__ = __gt__ = __bool__ = Text.wrong
 
 
 class Real(float):
-    """The same for a float."""
-
     __int__ = __float__ = __str__ = __repr__ = __mul__ = __bool__ = __trunc__ = Text.wrong
 
 
 class Mapping(dict):
-    """The same for a dict."""
-
     __getitem__ = __iter__ = get = items = keys = __len__ = __bool__ = __contains__ = Text.wrong
 
 
 class Array(list):
-    """The same for a list."""
-
     __getitem__ = __iter__ = __len__ = __bool__ = Text.wrong
 
 
@@ -86,10 +78,6 @@ class Source:
         letters = r.choice(ALPHABETS) if r.random() < 0.4 else ALPHABETS[0]
         made = "".join(r.choices(letters, k=r.randrange(1, most + 2)))
         return made if r.random() < 0.8 else r.choice(WORDS) + made
-
-    def texts(self, most, size):
-        """Return fewer than `most` texts of `size` code points or so."""
-        return [self.maybe(self.text(size)) for _ in range(self.r.randrange(most))]
 
     def wrong(self):
         """Return a value of any kind at all."""
@@ -136,22 +124,14 @@ class Source:
     def symbol(self):
         """Return a symbol record with some of its keys."""
         r = self.r
-        made = {
-            "fqn": self.text(),
-            "kind": self.text(8),
-            "file": f"./{r.choice('abcdef')}.py",
-            "line": self.line(),
-            "end_line": self.line(),
-            "signature": self.text(100),
-            "parameters": [self.entry("name", "type") for _ in range(r.randrange(3))],
-            "docstring": self.text(90),
-            "snippet": self.text(60) * r.randrange(2),
-            "body_digest": "\n".join(["d"] * r.randrange(15)),
-            "callees": self.texts(4, 8),
-            "usage_example": self.text(),
-            "related": tuple(self.entry("fqn") for _ in range(r.randrange(3))),
-            "has_tests": r.random() < 0.5,
-        }
+        made = {"fqn": self.text(), "kind": self.text(8), "file": f"./{r.choice('abcdef')}.py"}
+        made |= {"line": self.line(), "end_line": self.line(), "signature": self.text(100)}
+        made |= {"docstring": self.text(90), "snippet": self.text(60) * r.randrange(2)}
+        made |= {"usage_example": self.text(), "has_tests": r.random() < 0.5}
+        made["parameters"] = [self.entry("name", "type") for _ in range(r.randrange(3))]
+        made["body_digest"] = "\n".join(["d"] * r.randrange(15))
+        made["callees"] = [self.maybe(self.text(8)) for _ in range(r.randrange(4))]
+        made["related"] = tuple(self.entry("fqn") for _ in range(r.randrange(3)))
         for key in ("fan_in", "inside_refs", "neighbour_refs", "snippet_cut"):
             made[key] = r.randrange(3)
         kept = {key: self.maybe(value) for key, value in made.items() if r.random() < 0.85}
@@ -215,17 +195,12 @@ class Source:
         r = self.r
         big = r.choice([10, 500, 19000, 38000, 40500])
         prior = r.choice([None, "", "short", "é\n" * r.choice([100, 9000, 21000])])
-        fields = {
-            "page_id": r.choice(["p42", 42, None, 'p"' * 200 if r.random() < 0.2 else "p1"]),
-            "kind": self.value(),
-            "prior_markdown": self.maybe(prior),
-            "grounding": "g" * r.choice([10, 30000, 45000]),
-            "symbols": [self.text()],
-            "citation_seeds": [{} if self.junk else self.seed()],
-            "truncated": "t" * 9,
-            "notes": self.text(1) * (big if r.random() < 0.3 else 10),
-            "extra": self.value(4),
-        }
+        fields = {"kind": self.value(), "extra": self.value(4), "symbols": [self.text()]}
+        fields["page_id"] = r.choice(["p42", 42, None, 'p"' * 200 if r.random() < 0.2 else "p1"])
+        fields |= {"prior_markdown": self.maybe(prior), "truncated": "t" * 9}
+        fields["grounding"] = "g" * r.choice([10, 30000, 45000])
+        fields["citation_seeds"] = [{} if self.junk else self.seed()]
+        fields["notes"] = self.text(1) * (big if r.random() < 0.3 else 10)
         if self.full:
             fields |= {"grounding": "g" * 45000, "notes": "", "prior_markdown": None}
         names = [name for name in fields if r.random() < 0.85]

@@ -24,6 +24,13 @@ ASK = (
 )
 CLOSING = " The file cards and the other fields alone exceed it."
 
+
+def at_most(rule, value, limit):
+    """Return whether a value keeps within a limit: all comparisons of the rules go through here, so
+    that a test can see how near to its edge a page has come."""
+    return value <= limit
+
+
 # ---- values -------------------------------------------------------------------------------------
 
 
@@ -108,13 +115,14 @@ def pairs(parts):
 
 def seed(path, start, end=0):
     """Return a citation seed that never ends before it starts."""
-    last = max(expect(start, int), expect(end, int))
+    last = start if at_most("end of a seed", expect(end, int), expect(start, int)) else end
     return {"path": expect(path, str), "line_start": start, "line_end": last}
 
 
 def citable(seeds):
     """Return the seeds that start at a line that a file can have."""
-    return [one for one in seeds if line_number(expect(one, dict).get("line_start")) >= 1]
+    starts = ((one, line_number(expect(one, dict).get("line_start"))) for one in seeds)
+    return [one for one, start in starts if not at_most("start of a seed", start, 0)]
 
 
 def symbol_seeds(symbols):
@@ -151,7 +159,7 @@ def skeleton(digest):
     """Return a logic skeleton in its fence, the lines beyond the most that are shown counted."""
     lines = digest.split("\n")
     shown = lines[:_SKELETON_LINES]
-    if len(lines) > _SKELETON_LINES:
+    if not at_most("skeleton", len(lines), _SKELETON_LINES):
         shown.append(f"... ({len(lines) - _SKELETON_LINES} more)")
     return "\n".join(["logic skeleton:", "```", *shown, "```"])
 
@@ -193,10 +201,10 @@ def _listed(sym):
     """Return the one line that lists a symbol: its name, kind, lines and signature."""
     line = line_number(expect(sym, dict).get("line"))
     end = line_number(sym.get("end_line"))
-    span = f"L{line}-L{end}" if end > line else f"L{line}"
+    span = f"L{line}" if at_most("end of a listed symbol", end, line) else f"L{line}-L{end}"
     what = next((sym[key] for key in ("signature", "docstring") if not missing(sym.get(key))), "")
     what = text_form(what).strip().split("\n", 1)[0]
-    if len(what) > _LISTED_CHARS:
+    if not at_most("listed signature", len(what), _LISTED_CHARS):
         what = what[: _LISTED_CHARS - 3] + "..."
     head = f"- `{text_form(sym.get('fqn', ''))}` ({text_form(sym.get('kind', ''))})"
     head += f" — {text_form(_norm(text_form(sym.get('file', ''))))}:{span}"
@@ -209,6 +217,11 @@ def _listing(symbols):
     return "\n".join([_LISTED_HEADING, *lines]) if lines else ""
 
 
+def window(left):
+    """Return how many symbols are listed of those that are left without their body."""
+    return left if at_most("listed symbols", left, _LISTED_MAX) else _LISTED_MAX
+
+
 # ---- the API path, in tokens --------------------------------------------------------------------
 
 
@@ -219,7 +232,7 @@ def _assemble_blocks(blocks, budget):
     used = 0
     for block in blocks:
         cost = count64(estimate_tokens(expect(block, str)))
-        if kept and used + cost > budget:
+        if kept and not at_most("tokens of bodies", used + cost, budget):
             break
         kept.append(block)
         used += cost
@@ -230,7 +243,8 @@ def _blocks_within(parts, budget):
     """Return how many bodies a page may show: what the code's share of its tokens holds."""
     floor = int(expect(budget, int) * _SYM_BUDGET_FLOOR)
     left = budget - count64(estimate_tokens(joined(fact_texts(parts.prose))))
-    return len(_assemble_blocks([text for text, _ in pairs(parts)], max(floor, left)))
+    code = left if at_most("code's share of the tokens", floor, left) else floor
+    return len(_assemble_blocks([text for text, _ in pairs(parts)], code))
 
 
 def _assemble_grounding(parts, budget):
@@ -238,9 +252,10 @@ def _assemble_grounding(parts, budget):
     count = _blocks_within(parts, budget)
     symbols = [sym for _, sym in pairs(parts)]
     code = [text for text, _ in parts.blocks[:count]]
-    if listing := _listing(symbols[count : count + _LISTED_MAX]):
+    if listing := _listing(symbols[count : count + window(len(symbols) - count)]):
         code.append(listing)
-    rest = max(0, budget - count64(estimate_tokens(joined(code))))
+    tokens = count64(estimate_tokens(joined(code)))
+    rest = 0 if at_most("tokens left for facts", budget, tokens) else budget - tokens
     facts = expect(_truncate_to_tokens(joined(fact_texts(parts.prose)), rest), str)
     grounding = joined(piece for piece in [facts, *code] if piece)
     seeds = symbol_seeds(symbols)
@@ -259,7 +274,7 @@ def _json_size(value):
 def _cap_note(left_out, ask=False):
     """Return what a cut answer says of its cuts: some by name, and how many more there are."""
     named = [expect(item, str) for item in expect(left_out, list, tuple)]
-    if len(named) > _NOTE_ITEMS:
+    if not at_most("items of a note", len(named), _NOTE_ITEMS):
         named[_NOTE_ITEMS:] = [f"{len(named) - _NOTE_ITEMS} more blocks"]
     what = "; ".join(named) or "nothing that can be left out"
     note = f"answer capped at {_PAGE_CONTEXT_MAX_CHARS} characters; left out: {what}."
@@ -270,7 +285,7 @@ def _code_cut(kept, listed, total):
     """Return the note's item on code: nothing when every symbol block has its body."""
     cut = expect(total, int) - expect(kept, int)
     unlisted = cut - expect(listed, int)
-    if cut <= 0:
+    if at_most("bodies cut", cut, 0):
         return []
     return [
         f"the bodies of {cut} of {total:d} symbol blocks (the lowest ranked; {listed:d} of them "
@@ -299,26 +314,29 @@ def _fit_prose(parts, size, total):
 
     always = [block for block in parts.prose if always_kept(block)]
     base = count64(size(list(always), 0))
-    room = max(0, _PAGE_CONTEXT_MAX_CHARS - base)
+    full = at_most("room", _PAGE_CONTEXT_MAX_CHARS, base)
+    room = 0 if full else _PAGE_CONTEXT_MAX_CHARS - base
     floor = double(room) * double(parts.code_floor)
     if not math.isfinite(floor):
         raise ValueError("code_floor gives no finite share of the room")
-    reserve = min(int(floor), count64(size(list(always), total)) - base)
+    needed = count64(size(list(always), total)) - base
+    reserve = int(floor) if at_most("room kept for code", int(floor), needed) else needed
     prose = []
     dropped = []
     used = {}
 
-    def within_share(key, taken):
+    def limit_of(key):
         shares = parts.budget.shares
-        return key not in shares or taken <= double(shares[key]) * double(room)
+        return double(shares[key]) * double(room) if key in shares else math.inf
 
     def fits(block):
-        return count64(size([*prose, block], 0)) + reserve <= _PAGE_CONTEXT_MAX_CHARS
+        taken = count64(size([*prose, block], 0)) + reserve
+        return at_most("fact block", taken, _PAGE_CONTEXT_MAX_CHARS)
 
     for block in parts.prose:
         taken = used.get(block.key, 0) + _json_size(block.text) + _json_size(block.seeds)
-        within = within_share(block.key, taken)
-        if always_kept(block) or within and fits(block):
+        limit = limit_of(block.key)
+        if always_kept(block) or at_most("share", taken, limit) and fits(block):
             prose.append(block)
             used[block.key] = taken
         else:
@@ -337,7 +355,11 @@ def prior_item(prior, page_id):
 def _fit_page_context(result, parts, budget):
     """Return a page's answer within its JSON characters: as it is, without its old markdown, or
     made anew of whole blocks."""
-    if _json_size(expect(result, dict)) <= _PAGE_CONTEXT_MAX_CHARS:
+
+    def fits(rule, answer):
+        return at_most(rule, _json_size(answer), _PAGE_CONTEXT_MAX_CHARS)
+
+    if fits("given answer", expect(result, dict)):
         return result
     fixed = {key: value for key, value in result.items() if key not in _FITTED_FIELDS}
     left_out = []
@@ -345,14 +367,11 @@ def _fit_page_context(result, parts, budget):
     if not missing(prior):
         left_out = [prior_item(prior, result["page_id"])]
         whole = {**result, "prior_markdown": None, "truncated": _cap_note(left_out)}
-        if _json_size(whole) <= _PAGE_CONTEXT_MAX_CHARS:
+        if fits("answer without its prior markdown", whole):
             return whole
         fixed["prior_markdown"] = None
     symbols = [sym for _, sym in pairs(parts)]
     total = _blocks_within(parts, budget)
-
-    def window(count):
-        return min(_LISTED_MAX, len(symbols) - count)
 
     def build(prose, count, listed, note):
         shown = symbols[: count + listed]
@@ -368,24 +387,24 @@ def _fit_page_context(result, parts, budget):
             "truncated": note,
         }
 
-    def size(prose, count, listed=None):
-        listed = window(count) if listed is None else listed
-        return _json_size(build(prose, count, listed, _NOTE_PLACEHOLDER))
+    def candidate(prose, count, listed=None):
+        listed = window(len(symbols) - count) if listed is None else listed
+        return build(prose, count, listed, _NOTE_PLACEHOLDER)
 
-    prose, dropped = _fit_prose(parts, size, total)
-    count = _most(total, lambda n: size(prose, n) <= _PAGE_CONTEXT_MAX_CHARS)
-    listed = window(count)
+    prose, dropped = _fit_prose(parts, lambda *args: _json_size(candidate(*args)), total)
+    count = _most(total, lambda n: fits("bodies", candidate(prose, n)))
+    listed = window(len(symbols) - count)
     if count == 0:
-        listed = _most(listed, lambda n: size(prose, 0, n) <= _PAGE_CONTEXT_MAX_CHARS)
+        listed = _most(listed, lambda n: fits("listed lines", candidate(prose, 0, n)))
     while True:
         note = _cap_note(left_out + _code_cut(count, listed, len(symbols)) + dropped, ask=True)
         fitted = build(prose, count, listed, note)
-        if _json_size(fitted) <= _PAGE_CONTEXT_MAX_CHARS:
+        if fits("answer with its note", fitted):
             return fitted
-        if count + listed == 0:
+        if at_most("symbols to take off", count + listed, 0):
             return {**fitted, "truncated": note + CLOSING}
-        if count:
-            count -= 1
-            listed = window(count)
-        else:
+        if at_most("bodies to take off", count, 0):
             listed -= 1
+        else:
+            count -= 1
+            listed = window(len(symbols) - count)

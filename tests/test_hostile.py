@@ -1,5 +1,6 @@
 """Values, hosts and threads that no one would wish for: an error or a result, never a crash."""
 
+import importlib
 import sys
 import threading
 import unittest
@@ -10,13 +11,6 @@ import fuzz
 from harness import HOST, ROOT, UsualHost, fit, over, parts
 from pages import Array, Integer, Mapping, Real, Source, Text
 
-try:
-    import _interpreters as interpreters
-except ImportError:
-    try:
-        import _xxsubinterpreters as interpreters
-    except ImportError:
-        interpreters = None
 try:
     from _testcapi import unicode_legacy_string
 except ImportError:
@@ -149,8 +143,9 @@ class Hostile(UsualHost):
         self.assertEqual((len(found), all(found)), (6 * 5 * 60, True))
 
     @unittest.skipIf(sys.version_info < (3, 12), "no lock of their own")
-    @unittest.skipIf(interpreters is None, "no sub-interpreters")
     def test_sub_interpreters(self):
+        newer = sys.version_info >= (3, 13)
+        interpreters = importlib.import_module("_interpreters" if newer else "_xxsubinterpreters")
         script = f"""import sys
 sys.path[:0] = {sys.path[:4] + [str(ROOT)]!r}
 import grounding_fit as g

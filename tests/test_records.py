@@ -4,106 +4,73 @@ import copy
 import gc
 import pickle
 import weakref
-from dataclasses import dataclass
 
 from harness import UsualHost, fit, parts
 
 Block, Parts, Budget = fit.FactBlock, fit.GroundingParts, fit.SectionBudget
 
 
-@dataclass
-class Kind:
-    """A type of record: two values of each field, and the defaults of those that have one."""
-
-    type: type
-    values: list
-    others: list
-    defaults: dict
-
-    @property
-    def names(self):
-        """The names of the fields."""
-        return self.type.__match_args__
-
-    @property
-    def required(self):
-        """The values of the fields that have no default."""
-        return self.values[: len(self.names) - len(self.defaults)]
-
-
+# A type of record, two values of each field, and the defaults of the fields that have one.
 KINDS = [
-    Kind(
-        Block,
-        ["text", [1], "name", "key"],
-        ["", [2], "eman", "yek"],
-        {"seeds": (), "name": "", "key": ""},
-    ),
-    Kind(
+    (Block, ("text", [1], "name", "key"), ("", [2], "eman", "yek"), ((), "", "")),
+    (
         Parts,
-        [[], (), {"f"}, 1, Budget()],
-        [[1], (2,), {"g"}, 0.5, Budget(1)],
-        {"code_floor": 0.35, "budget": fit._DEFAULT_BUDGET},
+        ([], (), {"f"}, 1, Budget()),
+        ([1], (2,), {"g"}, 0.5, Budget(1)),
+        (0.35, fit._DEFAULT_BUDGET),
     ),
-    Kind(
-        Budget,
-        [1, ("a",), {"b": 0.5}, 2],
-        [2, ("b",), {"b": 0.25}, 3],
-        {"readme_chars": 4000, "first": (), "shares": {}, "document_chars": 0},
-    ),
+    (Budget, (1, ("a",), {"b": 0.5}, 2), (2, ("b",), {"b": 0.25}, 3), (4000, (), {}, 0)),
 ]
 
 
 class Records(UsualHost):
     def test_fields_and_defaults(self):
-        for kind in KINDS:
-            with self.subTest(kind.type):
-                record = kind.type(*kind.values)
-                self.assertEqual(record, kind.type(**dict(zip(kind.names, kind.values))))
-                for name, value in zip(kind.names, kind.values, strict=True):
-                    self.assertIs(getattr(record, name), value)
-                least = kind.type(*kind.required)
-                found = {name: getattr(least, name) for name in kind.defaults}
-                self.assertEqual(found, kind.defaults)
+        for kind, values, _, defaults in KINDS:
+            names = kind.__match_args__
+            record = kind(*values)
+            self.assertEqual(record, kind(**dict(zip(names, values))))
+            for name, value in zip(names, values, strict=True):
+                self.assertIs(getattr(record, name), value)
+            required = values[: len(names) - len(defaults)]
+            self.assertEqual(kind(*required), kind(*required, *defaults))
+            if required:
+                self.assertRaises(TypeError, kind, *required[1:])
 
     def test_values(self):
-        for kind in KINDS:
-            with self.subTest(kind.type):
-                record = kind.type(*kind.values)
-                self.assertEqual(eval(repr(record), vars(fit)), record)
-                pickled = pickle.loads(pickle.dumps(record))
-                for again in (copy.copy(record), copy.deepcopy(record), pickled):
-                    self.assertEqual(again, record)
-                    self.assertIs(type(again), kind.type)
-                for index, other in enumerate(kind.others):
-                    values = [*kind.values[:index], other, *kind.values[index + 1 :]]
-                    self.assertNotEqual(record, kind.type(*values))
-                self.assertNotEqual(record, kind.values)
-                self.assertRaises(TypeError, hash, record)
-                self.assertRaises(TypeError, fit._json_size, record)
+        for kind, values, others, _ in KINDS:
+            record = kind(*values)
+            self.assertEqual(eval(repr(record), vars(fit)), record)
+            pickled = pickle.loads(pickle.dumps(record))
+            for again in (copy.copy(record), copy.deepcopy(record), pickled):
+                self.assertEqual(again, record)
+                self.assertIs(type(again), kind)
+            for index, other in enumerate(others):
+                changed = kind(*values[:index], other, *values[index + 1 :])
+                self.assertNotEqual(changed, record)
+                self.assertEqual(getattr(changed, kind.__match_args__[index]), other)
+            self.assertNotEqual(record, values)
+            self.assertRaises(TypeError, hash, record)
+            self.assertRaises(TypeError, fit._json_size, record)
 
     def test_nothing_can_be_changed(self):
-        for kind in KINDS:
-            with self.subTest(kind.type):
-                record = kind.type(*kind.values)
-                for name in [*kind.names, "new"]:
-                    self.assertRaises(AttributeError, setattr, record, name, 1)
-                    self.assertRaises(AttributeError, delattr, record, name)
-                self.assertRaises(TypeError, type, "Derived", (kind.type,), {})
-                self.assertRaises(TypeError, setattr, kind.type, "text", 1)
+        for kind, values, _, _ in KINDS:
+            record = kind(*values)
+            for name in [*kind.__match_args__, "new"]:
+                self.assertRaises(AttributeError, setattr, record, name, 1)
+                self.assertRaises(AttributeError, delattr, record, name)
+            self.assertRaises(TypeError, type, "Derived", (kind,), {})
+            self.assertRaises(TypeError, setattr, kind, "text", 1)
 
     def test_wrong_arguments(self):
-        for kind in KINDS:
-            with self.subTest(kind.type):
-                for index, name in enumerate(kind.names):
-                    values = [*kind.values[:index], object(), *kind.values[index + 1 :]]
-                    words = rf"^{kind.type.__name__}\(\): {name}: expected "
-                    self.assertRaisesRegex(TypeError, words, kind.type, *values)
-                self.assertRaises(TypeError, kind.type, *kind.values, 1)
-                self.assertRaises(TypeError, kind.type, *kind.values, wrong=1)
-                twice = {kind.names[0]: kind.values[0]}
-                self.assertRaises(TypeError, kind.type, *kind.values[:1], **twice)
-                if kind.required:
-                    self.assertRaises(TypeError, kind.type, *kind.required[1:])
+        for kind, values, _, _ in KINDS:
+            for index, name in enumerate(kind.__match_args__):
+                words = rf"^{kind.__name__}\(\): {name}: expected "
+                with self.assertRaisesRegex(TypeError, words):
+                    kind(*values[:index], object(), *values[index + 1 :])
+                with self.assertRaises(TypeError, msg="given twice"):
+                    kind(*values[: index + 1], **{name: values[index]})
+            self.assertRaises(TypeError, kind, *values, 1)
+            self.assertRaises(TypeError, kind, *values, wrong=1)
 
     def test_fact_block_is_positional(self):
         block = Block("t", (), "n", "k")

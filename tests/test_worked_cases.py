@@ -38,12 +38,13 @@ class WorkedCases(UsualHost):
     def test_labels(self):
         cases = [
             ("#  # Tests", "the 'Tests' block"),
-            ("# Plain\n😀", "the 'Plain' block"),  # narrower than its text
-            ("Dependencies(x) (y)", "the 'Dependencies(x)' block"),
+            ("Dependencies(x) of it (y) (z)", "the 'Dependencies(x) of it' block"),
             ("## Title\r\nmore", "the 'Title\r' block"),
             ("#\tTests", "the '\tTests' block"),
             ("\n## a", "the '' block"),
         ]
+        for edge in "\x7f\x80\xff\u0100\u01ff\uffff\U00010000":  # of the widths of texts
+            cases.append((f"# {edge}\n😀", f"the '{edge}' block"))
         self.check(lambda text: Block(text).label(), cases)
 
     def test_symbol_blocks(self):
@@ -72,6 +73,20 @@ class WorkedCases(UsualHost):
             ({"docstring": "é" * 81}, f"- `` () — :L0: {'é' * 77}..."),
             ({"signature": whole}, f"- `` () — :L0: {whole[1:]}"),
         ]
+        numbers = [
+            9,
+            10,
+            99,
+            100,
+            1000,
+            10**18,
+            2**63 - 1,
+            2**63,
+            -10,
+            -(2**63),
+            -(2**70),
+        ]
+        cases += [({"line": n, "end_line": n}, f"- `` () — :L{n}") for n in numbers]
         self.check(fit._listed, cases)
         self.assertEqual([fit._listing(none) for none in (None, [], ())], ["", "", ""])
 
@@ -107,6 +122,16 @@ class WorkedCases(UsualHost):
         self.assertEqual(fit._assemble_grounding(page, 10**6)[0], "F\n\ncode")
         self.assertIn(("estimate", "\n\ncode"), HOST.calls)
         self.assertEqual(fit._fit_page_context(over(), page, 10**6)["grounding"], "F\n\n\n\ncode")
+
+    def test_tokens_of_bodies(self):
+        """What blocks cost in tokens stands in them; the code's floor is cut toward zero."""
+        HOST.set(estimate=lambda text: int(text or 0))
+        cases = [(180, [31, 31, 1], 2), (-10, [-1, -2, 1], 2), (1000, [900, 1], 1)]
+        for budget, costs, kept in [*cases, (1000, [300, 50, 1], 2), (0, [], 0)]:
+            page = parts([Block("5000")], [(str(cost), {}) for cost in costs])
+            self.assertEqual(fit._blocks_within(page, budget), kept, budget)
+        page = parts([Block("200"), Block("")], [("800", {}), ("0", {}), ("1", {})])
+        self.assertEqual(fit._blocks_within(page, 1000), 2)
 
     def test_shares_are_compared_exactly(self):
         costs = [2400, 101, 100]
