@@ -69,10 +69,18 @@ def size_of(blocks, count):
     return len(json.dumps([block.text for block in blocks])) + 300 * count
 
 
-def both_paths(answer, parts, tokens):
+def both_paths(given, parts, tokens):
     """Compare both paths on one page."""
-    agree("_fit_page_context", answer, parts, tokens, agent=True)
-    agree("_assemble_grounding", parts, tokens)
+    answer = agree("_fit_page_context", given, parts, tokens, agent=True)
+    made = agree("_assemble_grounding", parts, tokens)
+    for told, result in (
+        (agree("explain_page_context", given, parts, tokens, agent=True), answer),
+        (agree("explain_grounding", parts, tokens), made),
+    ):
+        if isinstance(told, tuple):
+            json.dumps(told[1], allow_nan=False)
+            told = told[0]
+        assert same(told, result), f"{told!r}\nis not {result!r}"
 
 
 def one_page(seed, junk, scale=1.0):

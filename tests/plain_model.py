@@ -1,5 +1,6 @@
 """The rules of `grounding_fit` in plain Python: what the extension module is checked against."""
 
+import fractions
 import json
 import math
 
@@ -31,6 +32,9 @@ def at_most(rule, value, limit):
     return value <= limit
 
 
+told = {}  # the numbers of the last call's decisions, of which reports are made
+
+
 # ---- values -------------------------------------------------------------------------------------
 
 
@@ -44,7 +48,7 @@ def expect(value, *kinds):
 def count64(value):
     """Return a count, a budget or a size: an integer of at most 64 bits."""
     if -(2**63) <= expect(value, int) < 2**63:
-        return value
+        return int(value)
     raise OverflowError("beyond 64 bits")
 
 
@@ -233,23 +237,28 @@ def _assemble_blocks(blocks, budget):
     for block in blocks:
         cost = count64(estimate_tokens(expect(block, str)))
         if kept and not at_most("tokens of bodies", used + cost, budget):
+            told["short_by_tokens"] = used + cost - budget
             break
         kept.append(block)
         used += cost
+    told["used"] = used
     return kept
 
 
 def _blocks_within(parts, budget):
     """Return how many bodies a page may show: what the code's share of its tokens holds."""
     floor = int(expect(budget, int) * _SYM_BUDGET_FLOOR)
-    left = budget - count64(estimate_tokens(joined(fact_texts(parts.prose))))
+    whole = count64(estimate_tokens(joined(fact_texts(parts.prose))))
+    left = budget - whole
     code = left if at_most("code's share of the tokens", floor, left) else floor
+    told.update(floor=floor, share=code, whole=whole)
     return len(_assemble_blocks([text for text, _ in pairs(parts)], code))
 
 
 def _assemble_grounding(parts, budget):
     """Fit a grounding to its token budget: whole code first, the facts cut to the rest."""
     count = _blocks_within(parts, budget)
+    told["bodies"] = count
     symbols = [sym for _, sym in pairs(parts)]
     code = [text for text, _ in parts.blocks[:count]]
     if listing := _listing(symbols[count : count + window(len(symbols) - count)]):
@@ -257,6 +266,7 @@ def _assemble_grounding(parts, budget):
     tokens = count64(estimate_tokens(joined(code)))
     rest = 0 if at_most("tokens left for facts", budget, tokens) else budget - tokens
     facts = expect(_truncate_to_tokens(joined(fact_texts(parts.prose)), rest), str)
+    told.update(code=tokens, room=rest, cut_facts=facts)
     grounding = joined(piece for piece in [facts, *code] if piece)
     seeds = symbol_seeds(symbols)
     files = {expect(path, str) for path in parts.files} | {one["path"] for one in seeds}
@@ -321,27 +331,51 @@ def _fit_prose(parts, size, total):
         raise ValueError("code_floor gives no finite share of the room")
     needed = count64(size(list(always), total)) - base
     reserve = int(floor) if at_most("room kept for code", int(floor), needed) else needed
+    told.update(base=base, room=room, floor=int(floor), all_bodies=needed, reserve=reserve)
+    told["facts"] = []
     prose = []
     dropped = []
     used = {}
 
     def limit_of(key):
         shares = parts.budget.shares
-        return double(shares[key]) * double(room) if key in shares else math.inf
-
-    def fits(block):
-        taken = count64(size([*prose, block], 0)) + reserve
-        return at_most("fact block", taken, _PAGE_CONTEXT_MAX_CHARS)
+        return double(shares[key]) * double(room) if key in shares else None
 
     for block in parts.prose:
-        taken = used.get(block.key, 0) + _json_size(block.text) + _json_size(block.seeds)
+        cost = _json_size(block.text), _json_size(block.seeds)
         limit = limit_of(block.key)
-        if always_kept(block) or at_most("share", taken, limit) and fits(block):
+        before = used.get(block.key, 0)
+        taken = before + sum(cost)
+        verdict = "fits"
+        short_by = 0
+        if always_kept(block):
+            pinned = block.text.startswith(_ALWAYS_KEPT)
+            verdict = "always kept" if pinned else "kept first"
+        elif limit is not None and not at_most("share", taken, limit):
+            verdict = "over its share"
+            short_by = missing_of(taken, limit)
+        else:
+            size_with = count64(size([*prose, block], 0))
+            if not at_most("fact block", size_with + reserve, _PAGE_CONTEXT_MAX_CHARS):
+                verdict = "over the cap"
+                short_by = size_with + reserve - _PAGE_CONTEXT_MAX_CHARS
+        kept = not verdict.startswith("over")
+        share = None if limit is None else (limit, before)
+        told["facts"].append((block, verdict, kept, cost, share, short_by, list(prose)))
+        if kept:
             prose.append(block)
             used[block.key] = taken
         else:
             dropped.append(label(block))
     return prose, dropped
+
+
+def missing_of(taken, limit):
+    """Return by how much a limit is too small, rounded up; nothing where no double tells it."""
+    if not math.isfinite(limit):
+        return None
+    short = math.ceil(fractions.Fraction(taken) - fractions.Fraction(limit))
+    return short if short <= 2**53 else None
 
 
 def prior_item(prior, page_id):
@@ -393,18 +427,98 @@ def _fit_page_context(result, parts, budget):
 
     prose, dropped = _fit_prose(parts, lambda *args: _json_size(candidate(*args)), total)
     count = _most(total, lambda n: fits("bodies", candidate(prose, n)))
+    told.update(total=len(symbols), within_tokens=total, stopped_by="nothing")
+    if count < total:
+        told.update(stopped_by="cap", refused=_json_size(candidate(prose, count + 1)))
+    elif count < len(symbols):
+        told["stopped_by"] = "tokens"
     listed = window(len(symbols) - count)
     if count == 0:
         listed = _most(listed, lambda n: fits("listed lines", candidate(prose, 0, n)))
+    taken_off = [0, 0]  # bodies, lines
     while True:
         note = _cap_note(left_out + _code_cut(count, listed, len(symbols)) + dropped, ask=True)
         fitted = build(prose, count, listed, note)
+        told.update(bodies=count, listed=listed, taken_off=taken_off)
         if fits("answer with its note", fitted):
             return fitted
         if at_most("symbols to take off", count + listed, 0):
             return {**fitted, "truncated": note + CLOSING}
         if at_most("bodies to take off", count, 0):
             listed -= 1
+            taken_off[1] += 1
         else:
+            told.update(stopped_by="note", refused=_json_size(fitted))
             count -= 1
             listed = window(len(symbols) - count)
+            taken_off[0] += 1
+
+
+# ---- what both paths tell of their decisions ----------------------------------------------------
+
+
+def symbols_report(total, within_tokens, bodies, listed, stopped_by):
+    """Return how many symbols are shown, and what kept the next body out."""
+    report = {"total": total, "within_tokens": within_tokens, "bodies": bodies, "listed": listed}
+    report |= {"not_shown": total - bodies - listed, "stopped_by": stopped_by}
+    if stopped_by == "tokens":
+        report["short_by_tokens"] = told["short_by_tokens"]
+    elif stopped_by != "nothing":
+        report["short_by_characters"] = told["refused"] - _PAGE_CONTEXT_MAX_CHARS
+    return report
+
+
+def fact_report(block, verdict, kept, cost, share, short_by, before):
+    """Return what became of one fact block, given those that stand before it in the answer."""
+    seeds_before = [one for each in before for one in each.seeds]
+    try:
+        with_it = _json_size(citable([*seeds_before, *block.seeds]))
+        cited = with_it - _json_size(citable(seeds_before))
+    except (TypeError, ValueError):
+        cited = None  # of a block over its share, whose seeds nobody had to read
+    report = {"label": label(block), "key": block.key, "verdict": verdict, "kept": kept}
+    report |= {"text": cost[0], "seeds": cost[1], "citable_seeds": cited}
+    if share:
+        limit = share[0] if math.isfinite(share[0]) else None
+        report |= {"share": limit, "share_used": share[1]}
+    return report | {"short_by": short_by}
+
+
+def explain_page_context(result, parts, budget):
+    """Return the answer of `_fit_page_context`, and why it is as it is."""
+    told.clear()
+    answer = _fit_page_context(result, parts, budget)
+    size = _json_size(answer)
+    report = {"outcome": "fits", "cap": _PAGE_CONTEXT_MAX_CHARS, "given": _json_size(result)}
+    report["size"] = size
+    if answer is result:
+        return answer, report
+    note = {"size": _json_size(answer["truncated"]) - 2, "bodies_taken_off": 0}
+    note["lines_taken_off"] = 0
+    report["outcome"] = "fits without prior_markdown"
+    if "bodies" in told:
+        report["outcome"] = "rebuilt" if size <= _PAGE_CONTEXT_MAX_CHARS else "over the cap"
+        for key in ("base", "room", "floor", "all_bodies", "reserve"):
+            report[key] = told[key]
+        report["facts"] = [fact_report(*each) for each in told["facts"]]
+        keys = ("total", "within_tokens", "bodies", "listed", "stopped_by")
+        report["symbols"] = symbols_report(*(told[key] for key in keys))
+        note["bodies_taken_off"], note["lines_taken_off"] = told["taken_off"]
+    return answer, report | {"note": note}
+
+
+def explain_grounding(parts, budget):
+    """Return the tuple of `_assemble_grounding`, and why it is as it is."""
+    told.clear()
+    made = _assemble_grounding(parts, budget)
+    facts = {"whole": told["whole"], "room": told["room"]}
+    facts["kept"] = count64(estimate_tokens(told["cut_facts"]))
+    size = count64(estimate_tokens(made[0]))
+    total = len(parts.blocks)
+    bodies = told["bodies"]
+    report = {"budget": budget, "size": size, "floor": told["floor"], "share": told["share"]}
+    report |= {"used": told["used"], "code": told["code"], "facts": facts}
+    stopped_by = "nothing" if bodies == total else "tokens"
+    listed = window(total - bodies)
+    report["symbols"] = symbols_report(total, bodies, bodies, listed, stopped_by)
+    return made, report | {"over": max(0, size - budget)}

@@ -10,15 +10,10 @@ using host::module_state;
 using host::owned;
 using host::utility;
 
-namespace {
-
-// Truncated toward zero, and clamped to 2^100 either way, which no sum of sizes reaches.
 __int128 truncated(double finite) {
   constexpr double far = 0x1p100;
   return static_cast<__int128>(std::clamp(finite, -far, far));
 }
-
-}  // namespace
 
 bool at_most(__int128 sum, double bound) {
   return !std::isnan(bound) && sum <= truncated(std::floor(bound));
@@ -60,7 +55,7 @@ std::optional<double> fact_policy::share_of(const fact_block& block, double room
   }
 }
 
-__int128 fact_policy::floor_of(double room) const {
+double fact_policy::floor_of(double room) const {
   const double share = host::expect_number(code_floor_) * room;
   if (!std::isfinite(share)) {
     host::within("parts.code_floor", [&] {
@@ -68,7 +63,7 @@ __int128 fact_policy::floor_of(double room) const {
                    code_floor_);
     });
   }
-  return truncated(share);
+  return share;
 }
 
 }  // namespace grounding_fit

@@ -49,7 +49,7 @@ class fact_policy {
   // The most of `room` that blocks of that kind may cost, if there is a limit.
   std::optional<double> share_of(const fact_block& block, double room) const;
   // The part of the room that is kept for code, if the code needs as much.
-  __int128 floor_of(double room) const;
+  double floor_of(double room) const;
 
  private:
   const host::module_state& state_;
@@ -60,6 +60,8 @@ class fact_policy {
 
 // Compares an integer with a double exactly; false for a bound that is no number.
 bool at_most(__int128 sum, double bound);
+// Truncated toward zero, and clamped to 2^100 either way, which no sum of sizes reaches.
+__int128 truncated(double finite);
 
 enum class bodies { none, within_tokens };
 
@@ -76,7 +78,8 @@ concept fact_measure = requires(M measure, typename M::shown shown, std::size_t 
 struct answer_room {
   __int128 base = 0;        // the answer with the blocks that always stay, and no code body
   __int128 room = 0;        // what the cap leaves beside it
-  __int128 floor = 0;       // the code's share of that
+  double floor_share = 0;   // the code's share of that
+  __int128 floor = 0;       // the same, truncated, as far out as sizes go
   __int128 all_bodies = 0;  // what the bodies that the tokens allow would add
   __int128 reserve = 0;     // the smaller of the two, kept free while facts are chosen
 };
@@ -100,7 +103,8 @@ answer_room room_of(const fact_policy& policy, const std::vector<fact_decision>&
   answer_room room;
   room.base = measure.size(shown, bodies::none);
   room.room = std::max<__int128>(0, k_answer_max_chars - room.base);
-  room.floor = policy.floor_of(static_cast<double>(room.room));
+  room.floor_share = policy.floor_of(static_cast<double>(room.room));
+  room.floor = truncated(room.floor_share);
   if constexpr (Sizing == sizing::needed) {
     room.all_bodies = measure.least(shown, bodies::within_tokens) - room.base;
   }

@@ -104,7 +104,7 @@ owned report_of(const page_fit& fit) {
     for (const fact_decision& each : fit.facts) facts.push_back(fact_report(each, fit.room));
     report.add("base", fit.room.base)
         .add("room", fit.room.room)
-        .add("floor", fit.room.floor)
+        .add("floor", host::integer::of(fit.room.floor_share).object())
         .add("all_bodies", fit.room.all_bodies)
         .add("reserve", fit.room.reserve)
         .add("facts", host::new_list(std::move(facts)))
