@@ -119,6 +119,10 @@ answer_size_to<Extent> operator+(const answer_size_to<Extent>& a, const answer_s
 // The rebuilt fields themselves.
 class answer_values {
  public:
+  answer_values(std::size_t blocks, std::size_t lines) {
+    text_.expect(2 * blocks + (listed_line::k_most_pieces + 1) * lines);
+  }
+
   void begin_text() {
     if (std::exchange(any_text_, true)) k_blank_line.write(text_);
   }

@@ -33,10 +33,6 @@ struct fact_decision {
   std::optional<double> share;  // the most that its kind may cost, where there is a limit
   std::int64_t share_used = 0;  // of that share, by blocks before it
   std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
-
-  // Of the block, for a report alone:
-  host::owned label, key;
-  std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
 };
 
 // What the policy of a page says of its fact blocks.

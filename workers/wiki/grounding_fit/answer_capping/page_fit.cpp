@@ -102,22 +102,23 @@ void make_room(page_fit& fit, const left_out& items, rebuilt_answer& answer,
   }
 }
 
-// What a report tells of each fact block beside the numbers that decided it.
-void add_details(const module_state& state, const fact_blocks& prose, std::vector<page_fact>& facts,
-                 std::vector<fact_decision>& decisions) {
+std::vector<fact_details> details_of(const module_state& state, const fact_blocks& prose,
+                                     std::vector<page_fact>& facts,
+                                     const std::vector<fact_decision>& decisions) {
+  std::vector<fact_details> details(facts.size());
   tally shown;  // seeds of the blocks that stay so far
   for (std::size_t i = 0; i < facts.size(); ++i) {
-    fact_decision& each = decisions[i];
-    each.label = prose[i].label();
-    each.key = host::share(prose[i].key());
+    details[i].label = prose[i].label();
+    details[i].key = host::share(prose[i].key());
     if (!host::succeeds([&] { facts[i].read_seeds(state); })) continue;
     tally with = shown;
     for (std::size_t seed = 0; seed < facts[i].seeds(); ++seed) {
       if (facts[i].is_citable(seed)) with.add(facts[i].seed_at(seed).size());
     }
-    each.citable_seeds = with.bracketed() - shown.bracketed();
-    if (stays(each.outcome)) shown = with;
+    details[i].citable_seeds = with.bracketed() - shown.bracketed();
+    if (stays(decisions[i].outcome)) shown = with;
   }
+  return details;
 }
 
 // What a call has been given, and what is known of it before its grounding is rebuilt.
@@ -149,7 +150,9 @@ void rebuild(page_fit& fit, const page_call& call) {
     fit.size += fit.note.chars;
   }
   fit.answer = answer.build(chosen.decisions, fit.code.shown, fit.note.text);
-  if (Sizing == sizing::all) add_details(state, prose, answer.facts(), chosen.decisions);
+  if (Sizing == sizing::all) {
+    fit.details = details_of(state, prose, answer.facts(), chosen.decisions);
+  }
   fit.room = chosen.room;
   fit.facts = std::move(chosen.decisions);
 }

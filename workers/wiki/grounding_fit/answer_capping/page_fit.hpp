@@ -33,6 +33,12 @@ struct note_decision {
   std::size_t bodies_off = 0, lines_off = 0;  // what came off to make room for it
 };
 
+// What only a report tells of a fact block.
+struct fact_details {
+  host::owned label, key;
+  std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
+};
+
 // Decisions stand in the order in which they are made; those after the outcome's are empty.
 struct page_fit {
   host::owned answer;
@@ -45,6 +51,7 @@ struct page_fit {
   std::size_t symbols = 0;     // in all
   answer_room room;
   std::vector<fact_decision> facts;
+  std::vector<fact_details> details;  // one a fact block, where all sizes are taken
   code_decision code;
 };
 

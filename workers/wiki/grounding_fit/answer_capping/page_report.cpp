@@ -49,16 +49,16 @@ owned short_by(const fact_decision& fact, const answer_room& room) {
   }
 }
 
-owned fact_report(const fact_decision& fact, const answer_room& room) {
+owned fact_report(const fact_decision& fact, const fact_details& details, const answer_room& room) {
   new_object report;
-  report.add("label", host::share(fact.label))
-      .add("key", host::share(fact.key))
+  report.add("label", host::share(details.label))
+      .add("key", host::share(details.key))
       .add("verdict", name_of(fact.outcome))
       .add("kept", stays(fact.outcome))
       .add("text", fact.cost.text)
       .add("seeds", fact.cost.seeds)
       .add("citable_seeds",
-           fact.citable_seeds ? host::new_integer(*fact.citable_seeds) : host::null());
+           details.citable_seeds ? host::new_integer(*details.citable_seeds) : host::null());
   if (fact.share) {
     report.add("share", std::isfinite(*fact.share) ? host::new_real(*fact.share) : host::null())
         .add("share_used", fact.share_used);
@@ -101,7 +101,9 @@ owned report_of(const page_fit& fit) {
   if (fit.outcome != fit_outcome::fits_without_prior) {
     std::vector<owned> facts;
     facts.reserve(fit.facts.size());
-    for (const fact_decision& each : fit.facts) facts.push_back(fact_report(each, fit.room));
+    for (std::size_t i = 0; i < fit.facts.size(); ++i) {
+      facts.push_back(fact_report(fit.facts[i], fit.details[i], fit.room));
+    }
     report.add("base", fit.room.base)
         .add("room", fit.room.room)
         .add("floor", host::integer::of(fit.room.floor_share).object())

@@ -69,7 +69,7 @@ owned rebuilt_answer::build(const std::vector<fact_decision>& facts, shown_code 
 
 owned rebuilt_answer::build_of(const std::vector<std::size_t>& facts, shown_code code,
                                handle note) {
-  answer_values blocks;
+  answer_values blocks(facts.size() + code.bodies + 1, code.listed);
   describe_blocks(blocks, facts_, facts, symbols_, code);
   new_answer answer(state_, note);
   describe_members(answer, given_, fitted_fields::rebuilt);

@@ -15,6 +15,8 @@ inline constexpr literal k_dash = u") \u2014 ";  // between a symbol's kind and 
 // One listed line, read once and then measured or written as often as needed.
 class listed_line {
  public:
+  static constexpr std::size_t k_most_pieces = 14;
+
   listed_line() = default;
   // Calls the host's _norm once, last.
   listed_line(const host::module_state& state, host::handle record, path_names& norm);
