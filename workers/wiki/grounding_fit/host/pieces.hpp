@@ -59,18 +59,17 @@ class pieces {
 // A text of the module's own, sized by the compiler.
 class literal {
  public:
-  consteval literal(const char* ascii) : literal(std::string_view(ascii)) {}
-  consteval literal(const char16_t* wide) : literal(std::u16string_view(wide)) {}
+  consteval literal(const char* ascii) : text_(ascii) {
+    for (; *ascii != 0; ++ascii) size_ += 1 + growth_of(static_cast<unsigned char>(*ascii));
+  }
+  consteval literal(const char16_t* wide) : text_(std::u16string_view(wide)) {
+    for (; *wide != 0; ++wide) size_ += 1 + growth_of(*wide);
+  }
   constexpr std::int64_t size() const { return size_; }  // inside a JSON string
   constexpr text_view text() const { return text_; }
   void write(pieces& to) const { to.add(text_); }
 
  private:
-  template <class View>
-  consteval explicit literal(View text) : text_(text) {
-    for (const auto unit : text) size_ += 1 + growth_of(static_cast<char32_t>(unit));
-  }
-
   text_view text_;
   std::int64_t size_ = 0;
 };

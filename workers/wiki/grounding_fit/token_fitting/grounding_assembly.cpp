@@ -45,14 +45,13 @@ struct file_name {
   friend bool operator<(const file_name& a, const file_name& b) { return a.view < b.view; }
 };
 
-// The files of the fact blocks and those of the seeds, each once, in order of code points.
-owned sorted_files(grounding_parts parts, const std::vector<owned>& paths) {
-  host::text_set names;
+// The files of the fact blocks, and those that `names` holds already, each once, in order of code
+// points.
+owned sorted_files(grounding_parts parts, host::text_set& names) {
   for (const owned& file : host::items_of_set(parts.files())) {
     host::within("parts.files", [&] { host::expect_text(file); });
     names.add(file);
   }
-  for (const owned& path : paths) names.add(path);
   std::vector<owned> texts = names.texts();
   std::vector<file_name> order;
   order.reserve(texts.size());
@@ -78,14 +77,14 @@ owned symbol_names(const module_state& state, const block_records& records) {
 // What every candidate names, kept or not: seeds, files and names, in the order of the rules.
 void add_candidates(const module_state& state, grounding_parts parts, const fact_blocks& prose,
                     const block_records& records, assembled_grounding& made) {
-  std::vector<owned> found, paths;
+  std::vector<owned> found;
   found.reserve(records.size());
-  paths.reserve(records.size());
-  for_each_cited(state, records, [&](symbol_lines& lines) {
+  host::text_set files;
+  for_each_cited(state, records, [&](const symbol_lines& lines) {
     found.push_back(lines.seed(state));
-    paths.push_back(std::move(lines.path));
+    files.add(lines.path);
   });
-  made.files = sorted_files(parts, paths);
+  made.files = sorted_files(parts, files);
   made.symbols = symbol_names(state, records);
   std::vector<owned> seeds;
   add_citable(state, prose, seeds);
