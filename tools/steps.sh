@@ -8,19 +8,23 @@ wanted() { [[ $1 == *"$only"* ]]; }
 
 # step NAME COMMAND...
 step() {
-  local name=$1 started=$SECONDS log
+  local name=$1 started=$SECONDS log status
   shift
   wanted "$name" || return 0
   asked=$((asked + 1))
   mkdir -p "$out/check"
   log=$out/check/${name//[^A-Za-z0-9.+]/_}.log
   rm -f "$log"
-  # In the background: within a condition the shell would not stop at the first failure.
+  # Within a condition the shell would not stop at the first failure, and in the background it would
+  # keep interrupts from those that test them.
+  set +e
   (
     set -e
     "$@"
-  ) >"$log" 2>&1 &
-  if wait $!; then
+  ) >"$log" 2>&1 </dev/null
+  status=$?
+  set -e
+  if [ $status = 0 ]; then
     printf '%-46s ok      %4d s\n' "$name" $((SECONDS - started))
   else
     printf '%-46s FAILED  %4d s\n' "$name" $((SECONDS - started))

@@ -45,24 +45,28 @@ make_wheel() {
 # Installs the wheel where nothing of the checkout is, and tries it there: the module's tests, whose
 # files come from the checkout, and type checkers, who have to find the stub.
 try_wheel() {
-  local clean=$work/venv
+  local clean=$work/venv module
   "$clean/bin/pip" install --quiet --no-index --no-deps "$wheel"
   cp "$root/tests/typed_use.py" "$work"
   cd "$work"
-  unset PYTHONPATH MYPYPATH
-  export PYTHONDONTWRITEBYTECODE=1
-  "$clean/bin/python" - "$root/tests" <<'END'
-import sys, sysconfig, unittest
+  unset MYPYPATH
+  export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$root/tests:$root
+  cat >run_installed.py <<'END'
+import importlib.util, sys, sysconfig, unittest
 
-sys.path.insert(0, sys.argv[1])
-run = unittest.main(module=None, argv=["tests", "discover", "-s", sys.argv[1]], exit=False)
-found = sys.modules["grounding_fit"].__file__
-assert found.startswith(sysconfig.get_path("platlib")), "tested " + found
-assert run.result.testsRun, "no test was run"
-sys.exit(not run.result.wasSuccessful())
+if __name__ == "__main__":
+    run = unittest.main(module=sys.argv[1], argv=["tests"], exit=False).result
+    tested = importlib.util.find_spec("grounding_fit").origin
+    assert tested.startswith(sysconfig.get_path("platlib")), "tested " + tested
+    assert run.testsRun, "no test was run"
+    sys.exit(not run.wasSuccessful())
 END
+  for module in "$root"/tests/test_*.py; do
+    "$clean/bin/python" run_installed.py "$(basename "$module" .py)"
+  done
   "$clean/bin/python" "$root/tests/differential.py" --pages 300
-  PYTHONPATH=$root "$clean/bin/python" typed_use.py
+  "$clean/bin/python" typed_use.py
+  unset PYTHONPATH
   "$packing/bin/mypy" --strict --warn-unused-ignores --python-executable "$clean/bin/python" \
     typed_use.py
   "$packing/bin/pyright" --pythonpath "$clean/bin/python" typed_use.py
