@@ -90,7 +90,7 @@ class Source:
     def line(self):
         """Return a line number as hosts write them."""
         r = self.r
-        odd = [0, -1, True, "7", " 12 ", 3.9, None, "", 10**25]
+        odd = [0, -1, True, "7", " 12 ", 3.9, -1.5, None, "", 10**25, -(10**25)]
         return self.maybe(r.randrange(1, 400) if r.random() < 0.85 else r.choice(odd))
 
     def value(self, depth=3):

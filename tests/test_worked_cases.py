@@ -69,6 +69,7 @@ class WorkedCases(UsualHost):
         whole = "\u3000é\x1c" + "x" * 78
         cases = [
             ({"line": 12.9, "end_line": " 12 "}, "- `` () — :L12"),
+            ({"line": -1.5, "end_line": -1}, "- `` () — :L-1"),
             ({"line": 2, "end_line": 3, "signature": "\n\n  a\r\nb"}, "- `` () — :L2-L3: a\r"),
             ({"docstring": "é" * 81}, f"- `` () — :L0: {'é' * 77}..."),
             ({"signature": whole}, f"- `` () — :L0: {whole[1:]}"),
@@ -136,7 +137,8 @@ class WorkedCases(UsualHost):
     def test_shares_are_compared_exactly(self):
         costs = [2400, 101, 100]
         prose = [Block("x" * (cost - 4), key="digest") for cost in costs]  # 4: its quotes, "[]"
-        cases = [(0.25, [2400, 100]), (INF, costs), (NAN, []), (-INF, []), (10**400, costs)]
+        cases = [(0.25, [2400, 100]), (INF, costs), (NAN, []), (10**400, costs)]
+        cases += [(-INF, []), (-(10**400), [])]
         for share, wanted in cases:
             budget = fit.SectionBudget(shares={"digest": share})
             page = parts(prose, budget=budget, code_floor=0)
