@@ -113,6 +113,58 @@ check_stub() {
   if "${mypy[@]}" "$program"; then return 1; fi
 }
 
+# The example's page in a browser, which checks what it has drawn.
+check_browser() {
+  build
+  tests/check_browser.sh "$(type -P chromium)" "$python" "$out/$tag" "$out/check/browser"
+}
+
+# The numbers and the picture of the page that the documents work through are those of the module.
+check_documents() {
+  build
+  with_module "$python" docs/worked_page.py --check
+}
+
+# Makes an environment with a scheduler; fails where the package index does not answer.
+dask_tools() {
+  dask=$out/dask-$tag
+  [ -e "$dask/ready" ] || alone "$dask" make_dask_tools
+}
+
+make_dask_tools() {
+  fresh_venv "$dask" "$python" >&2 || return
+  "$dask/bin/pip" install --quiet --retries 1 distributed >&2 || return
+  touch "$dask/ready"
+}
+
+# Pages of many packages through a scheduler and two worker processes of this machine.
+check_dask() {
+  local at=$out/check/scheduler.json address waited=0 scheduler workers
+  build
+  rm -f "$at"
+  "$dask/bin/dask" scheduler --host 127.0.0.1 --port 0 --no-dashboard --no-show \
+    --scheduler-file "$at" &
+  scheduler=$!
+  with_module "$dask/bin/dask" worker --scheduler-file "$at" --nworkers 2 --nthreads 1 \
+    --no-dashboard &
+  workers=$!
+  # shellcheck disable=SC2064 # their numbers are known now, and not when the shell ends
+  trap "kill $workers; wait $workers || true; kill $scheduler; wait" EXIT
+  until [ -s "$at" ]; do
+    sleep 1
+    waited=$((waited + 1))
+    [ "$waited" -lt 60 ]
+  done
+  address=$("$dask/bin/python" -c 'import json, sys
+from distributed import Client
+address = json.load(open(sys.argv[1]))["address"]
+with Client(address) as client:
+    client.wait_for_workers(2, timeout=60)
+print(address)' "$at")
+  with_module "$dask/bin/python" examples/fit_many.py --dask "$address" | tee "$out/check/many"
+  grep -q '^pages .* 0 failed$' "$out/check/many"
+}
+
 run_checks() {
   local release with
   while read -r release with; do
@@ -134,6 +186,9 @@ run_checks() {
   step "installed into a host" check_install
   step_if "type -P stubtest" "stub and types" check_stub
   step_if packing_tools "wheel" check_wheel
+  step "documents" check_documents
+  step_if "type -P chromium" "browser page" check_browser
+  step_if dask_tools "pages on many workers" check_dask
   # Further steps go here.
   steps_done check
 }
@@ -143,7 +198,7 @@ check() {
   pick_python
   need_compiler
   for tool in g++:g++ clang++:clang clang-format:clang-format clang-tidy:clang-tidy \
-    /usr/bin/black:black stubtest:mypy python3.11-dbg:python3.11-dbg; do
+    /usr/bin/black:black stubtest:mypy chromium:chromium python3.11-dbg:python3.11-dbg; do
     need "${tool%%:*}" "${tool#*:}" || true
   done
   alone "$out/check" run_checks
