@@ -27,20 +27,7 @@ CAP = fit._PAGE_CONTEXT_MAX_CHARS
 BUDGET = 12_000  # tokens of the page that is worked through
 SMALL_BUDGET = 4_000  # of the page whose report is shown
 MODULES = ("quay", "berth", "cargo", "crane", "tide", "pilot", "ledger", "manifest")
-VERBS = (
-    "load",
-    "moor",
-    "check",
-    "plan",
-    "weigh",
-    "clear",
-    "route",
-    "stow",
-    "list",
-    "call",
-    "tie",
-    "log",
-)
+VERBS = "load moor check plan weigh clear route stow list call tie log".split()
 SENTENCES = (
     "Ferry plans which ship lies at which quay, and when.",
     "A plan is made for one tide and never changed: a new tide gets a new plan.",

@@ -203,8 +203,9 @@ def child(how):
             HOST.calls.clear()
             gc.collect()
             assert [sys.getrefcount(one) for one in watched] == before, number
-        # What is kept for later is there by now. Modules leave more of it, and take longer.
-        limit = good if call is made[-1] else 5
+        # What is kept for later is there by now, but for modules, which leave more of it for long:
+        # theirs is less than a block for each of the attempts.
+        limit = 2 * good if call is made[-1] else 5
         grown = sys.getallocatedblocks() - blocks
         assert grown <= limit, (number, good, grown)
     print(failures, "allocations failed")
