@@ -58,7 +58,7 @@ def targets(counts: dict, ratios: dict, built_in_ratios: dict, peak: float) -> T
     """Hold the figures of this run against their targets."""
 
     def millions(*key: str) -> float | None:
-        return counts[key] / MILLION if key in counts else None
+        return counts[key].instructions / MILLION if key in counts else None
 
     fit, assemble, size = "_fit_page_context", "_assemble_grounding", "_json_size"
     lowest = min(ratio for key, ratio in built_in_ratios.items() if key[0] == assemble)
@@ -122,13 +122,13 @@ def heading(args: argparse.Namespace) -> str:
     return f"# Benchmarks\n\n{textwrap.fill(how, 100)}\n\nMachine: {machine()}."
 
 
-def counts_of(args: argparse.Namespace) -> tuple[dict, Table | str]:
-    """Return the instructions of the calls and their table, or why there is none."""
+def counts_of(args: argparse.Namespace) -> tuple[dict, list[Table | str]]:
+    """Return the instructions of the calls and their tables, or why there are none."""
     if not shutil.which("valgrind"):
-        return {}, "Instructions were not counted: there is no valgrind."
+        return {}, ["Instructions were not counted: there is no valgrind."]
     counts = instructions.instructions()
     before = instructions.instructions(args.against) if args.against else None
-    return counts, tables.counted(counts, before)
+    return counts, [tables.counted(counts, before), tables.profiled(counts)]
 
 
 def measured(args: argparse.Namespace) -> Iterator[Table | str]:
@@ -152,8 +152,8 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
         yield tables.peers(in_python, seconds)
     table, peak = tables.peaks()
     yield table
-    counts, table = counts_of(args)
-    yield table
+    counts, found = counts_of(args)
+    yield from found
     yield targets(counts, ratios, built_in_ratios, peak)
 
 

@@ -15,6 +15,7 @@ import pickle
 import subprocess
 import sys
 import tempfile
+from dataclasses import dataclass
 from functools import partial
 from itertools import repeat
 from pathlib import Path
@@ -83,19 +84,27 @@ def count(path: str) -> None:
             os.getppid()
 
 
-def totals(folder: str) -> list[int]:
-    """Return the instructions of each stretch that ended with a mark, in order."""
-    dumps = sorted(Path(folder).glob("out.*"), key=lambda file: int(file.suffix[1:]))
-    return [
-        int(line.split()[1])
-        for dump in dumps
-        for line in dump.read_text().splitlines()
-        if line.startswith("totals:")
-    ]
+@dataclass(frozen=True)
+class Count:
+    """The instructions of a call, and the percents of them that each kind of work takes."""
+
+    instructions: float
+    shares: dict[str, float]
 
 
-def instructions(build: str | None = None) -> dict[tuple[str, str], float]:
-    """Return the instructions of a call by operation and page, of another build if one is given."""
+def read_dump(dump: Path) -> Count:
+    """Return what a dump of the marked calls holds."""
+    command = ["awk", "-f", str(Path(__file__).with_name("profile.awk")), str(dump)]
+    said = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+    shares = {
+        name: float(share) for name, share in (line.split("\t") for line in said.splitlines())
+    }
+    totals = [line for line in dump.read_text().splitlines() if line.startswith("totals:")]
+    return Count(int(totals[0].split()[1]) / COUNTED, shares)
+
+
+def instructions(build: str | None = None) -> dict[tuple[str, str], Count]:
+    """Return the instructions of a call by operation and page, for a build folder if one is given."""
     environment = {**os.environ, "PYTHONHASHSEED": "0"}
     if build:
         environment["PYTHONPATH"] = os.pathsep.join([build, environment["PYTHONPATH"]])
@@ -104,15 +113,15 @@ def instructions(build: str | None = None) -> dict[tuple[str, str], float]:
     with tempfile.TemporaryDirectory() as folder:
         file = f"{folder}/pages"
         names = run([*script, "--make", file]).stdout.splitlines()
-        valgrind = ["valgrind", "--quiet", "--tool=callgrind", f"--dump-before={MARK}"]
-        valgrind.append(f"--callgrind-out-file={folder}/out")
+        valgrind = ["valgrind", "--quiet", "--tool=callgrind", "--compress-strings=no"]
+        valgrind += [f"--dump-before={MARK}", f"--callgrind-out-file={folder}/out"]
         run([*valgrind, *script, "--count", file])
-        counted = totals(folder)
-    keys = [(operation, name) for name in names for operation in OPERATIONS]
-    if len(counted) != 2 * len(keys):
-        raise SystemExit(f"valgrind marked {len(counted)} stretches, not {2 * len(keys)}")
-    between = counted[1::2]  # the others lead up to the first call of a kind
-    return {key: total / COUNTED for key, total in zip(keys, between)}
+        dumps = sorted(Path(folder).glob("out.*"), key=lambda dump: int(dump.suffix[1:]))
+        keys = [(operation, name) for name in names for operation in OPERATIONS]
+        if len(dumps) != 2 * len(keys):
+            raise SystemExit(f"valgrind marked {len(dumps)} stretches, not {2 * len(keys)}")
+        # Every other dump leads up to the first call of a kind.
+        return {key: read_dump(dump) for key, dump in zip(keys, dumps[1::2])}
 
 
 def main() -> None:
@@ -128,7 +137,7 @@ def main() -> None:
     else:
         print(f"{'operation':<20} {'page':>9} {'instructions':>12}")
         for (operation, page), counted in sorted(instructions().items(), key=lambda row: row[0][0]):
-            print(f"{operation:<20} {page:>9} {counted:>12,.0f}")
+            print(f"{operation:<20} {page:>9} {counted.instructions:>12,.0f}")
 
 
 if __name__ == "__main__":

@@ -11,10 +11,12 @@ from functools import partial
 from unittest import mock
 
 import grounding_fit
+import instructions
 import memory
 import pages
 from pages import Library, Page
 from examples import fit_many
+from instructions import Count
 from timing import clock
 
 try:
@@ -245,14 +247,15 @@ def peaks() -> tuple[Table, float]:
     return table, max(ratios)
 
 
-def counted(counts: Ratios, before: Ratios | None) -> Table:
+def counted(counts: dict[tuple, Count], before: dict[tuple, Count] | None) -> Table:
     """Show the instructions of a call, beside those of another build where it was counted too."""
     rows = []
     for operation, page in sorted(counts, key=lambda key: key[0], reverse=True):
-        row = [f"`{operation}` {page}", round(counts[operation, page])]
+        now = counts[operation, page].instructions
+        row = [f"`{operation}` {page}", round(now)]
         if before:
-            change = 100 * (counts[operation, page] / before[operation, page] - 1)
-            row += [round(before[operation, page]), f"{change:+.1f} %"]
+            then = before[operation, page].instructions
+            row += [round(then), f"{100 * (now / then - 1):+.1f} %"]
         rows.append(row)
     titles = ["operation", "instructions", "before", "change"]
     return Table(
@@ -260,6 +263,17 @@ def counted(counts: Ratios, before: Ratios | None) -> Table:
         "Counted by valgrind's callgrind, whose processor has AVX2 and no AVX-512.",
         titles[: 4 if before else 2],
         rows,
+    )
+
+
+def profiled(counts: dict[tuple, Count]) -> Table:
+    """Say what the instructions of the two middle pages are spent on, in percent."""
+    keys = [(name, page) for name in instructions.OPERATIONS for page in ("120/25", "400/60")]
+    return Table(
+        "Where the instructions go, in percent",
+        "By the names of the functions, their own instructions alone, host built in.",
+        ["spent on", *(f"`{name}` {page}" for name, page in keys)],
+        [[kind, *(counts[key].shares[kind] for key in keys)] for kind in counts[keys[0]].shares],
     )
 
 

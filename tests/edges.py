@@ -13,8 +13,9 @@ from dataclasses import dataclass, replace
 
 from harness import fit, model, parts
 
-# What fillers repeat, in each width of text: 5 code points that take 12 JSON characters.
-UNITS = ['é"a\n\x01', "—\\b\t\x1f", '😀"c\r\x00']
+# What fillers repeat, in each width of text: 5 code points that take 12 JSON characters; and 12 that
+# take as many, so that a text's least size stands at the edge as well.
+UNITS = ['é"a\n\x01', "—\\b\t\x1f", '😀"c\r\x00', "a line of 12"]
 UNIT_SIZE = 12
 
 EDGE = (-1, 0, 1)
