@@ -36,24 +36,6 @@ bool names_part_of(handle value, std::string_view dotted) {
   return part.length() == whole.length() || whole[part.length()] == '.';
 }
 
-// A module of the host, or an empty handle when it does not exist. Any other failure to import it,
-// the absence of a module that it imports itself among them, is the host's to see.
-owned import_if_there(const char* name) {
-  PyObject* module = PyImport_ImportModule(name);
-  if (module != nullptr) return owned::steal(module);
-  if (!PyErr_ExceptionMatches(PyExc_ModuleNotFoundError)) throw host::raised{};
-  PyObject *type, *value, *traceback;
-  PyErr_Fetch(&type, &value, &traceback);
-  PyErr_NormalizeException(&type, &value, &traceback);
-  owned held[] = {owned::steal_or_null(type), owned::steal_or_null(value),
-                  owned::steal_or_null(traceback)};
-  const owned missing = owned::steal_or_null(PyObject_GetAttrString(value, "name"));
-  PyErr_Clear();
-  if (missing && names_part_of(missing, name)) return {};
-  PyErr_Restore(held[0].release(), held[1].release(), held[2].release());
-  throw host::raised{};
-}
-
 // An attribute of a module, or an empty handle when the module does not define it.
 owned attribute_of(handle module, const char* name) {
   PyObject* value = PyObject_GetAttrString(module.get(), name);
@@ -61,6 +43,32 @@ owned attribute_of(handle module, const char* name) {
   if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw host::raised{};
   PyErr_Clear();
   return {};
+}
+
+// As `from NAME import ...` imports it: by its full name, whatever is known of the packages above
+// it, and through the host's own __import__ where it has one.
+owned import_as_from(const char* name) {
+  const handle builtins = PyEval_GetBuiltins();
+  const owned import = host::dict(builtins).get(host::new_text("__import__"));
+  if (!import) host::refuse(host::fault::value, "builtins without __import__");
+  const owned always_there = host::tuple_of(host::new_text("__name__"));
+  return host::call(import, host::new_text(name), host::null(), host::null(), always_there,
+                    host::new_integer(0));
+}
+
+// A module of the host, or an empty handle when it does not exist. Any other failure to import it,
+// the absence of a module that it imports itself among them, is the host's to see.
+owned import_if_there(const char* name) {
+  try {
+    return import_as_from(name);
+  } catch (const host::raised&) {
+    if (!PyErr_ExceptionMatches(PyExc_ModuleNotFoundError)) throw;
+  }
+  host::taken_error error;
+  const owned missing = attribute_of(error.value(), "name");
+  if (missing && names_part_of(missing, name)) return {};
+  error.restore();
+  throw host::raised{};
 }
 
 void take_utility(module_state& state, const wanted_utility& wanted, handle module,
@@ -98,11 +106,11 @@ void take_utilities(module_state& state) {
   }
   for (const wanted_utility& wanted : k_utilities) {
     if (state[wanted.name]) continue;
-    PyErr_Format(PyExc_ImportError,
-                 "grounding_fit needs %s of its host; looked in %s. A module that is still being "
-                 "imported, because it imports grounding_fit itself, has not defined it yet",
-                 wanted.attribute, looked_in.c_str());
-    throw host::raised{};
+    host::raise_error(PyExc_ImportError,
+                      "grounding_fit needs %s of its host; looked in %s. A module that is still "
+                      "being imported, because it imports grounding_fit itself, has not defined it "
+                      "yet",
+                      wanted.attribute, looked_in.c_str());
   }
 }
 

@@ -59,7 +59,7 @@ module_state& state_of(PyObject* module) {
 }
 
 int execute(PyObject* module) noexcept {
-  return host::guarded("grounding_fit", -1, [&] {
+  return host::guarded(host::origin::of_import(), -1, [&] {
     module_state& state = state_of(module);
     host::keep_keys(state);
     take_utilities(state);

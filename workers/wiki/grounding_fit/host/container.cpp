@@ -34,4 +34,24 @@ void dict::expect_absent() {
   if (PyErr_Occurred() != nullptr) throw raised{};
 }
 
+owned mapping::get_of_view(handle key) const {
+  const int there = PySequence_Contains(value_.get(), key.get());
+  if (there < 0) throw raised{};
+  return there == 0 ? owned() : owned::steal(PyObject_GetItem(value_.get(), key.get()));
+}
+
+owned mapping::copy() const {
+  owned made = owned::steal(PyDict_New());
+  if (PyDict_Update(made.get(), value_.get()) < 0) throw raised{};
+  return made;
+}
+
+std::vector<owned> keys_in_own_order(handle object) {
+  const owned iterator = owned::steal(PyODict_Type.tp_iter(object.get()));
+  std::vector<owned> keys;
+  while (PyObject* key = PyIter_Next(iterator.get())) keys.push_back(owned::steal(key));
+  if (PyErr_Occurred() != nullptr) throw raised{};
+  return keys;
+}
+
 }  // namespace grounding_fit::host

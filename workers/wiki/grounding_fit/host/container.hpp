@@ -69,6 +69,28 @@ inline dict expect_dict(handle value) {
   return dict(value);
 }
 
+// The host's read-only view of a mapping (types.MappingProxyType).
+inline bool is_read_only_view(handle value) noexcept {
+  return Py_TYPE(value.get()) == &PyDictProxy_Type;
+}
+
+// A borrowed look at a dict or a read-only view of any mapping; whoever makes one keeps it alive.
+class mapping {
+ public:
+  explicit mapping(handle value) : value_(value) {}
+  // The value under `key`, or an empty handle. May run host code, as that of a mapping of the
+  // host's own behind a view.
+  owned get(handle key) const {
+    return is_read_only_view(value_) ? get_of_view(key) : dict(value_).get(key);
+  }
+  owned copy() const;  // as a new dict
+
+ private:
+  owned get_of_view(handle key) const;
+
+  handle value_;
+};
+
 // Goes through an object in insertion order. Runs no host code. Should host code that runs between
 // two steps change the object, the walk stays safe but may skip or repeat members.
 class dict_cursor {
@@ -86,5 +108,22 @@ class dict_cursor {
   handle object_;
   Py_ssize_t position_ = 0;
 };
+
+// An OrderedDict has an order of its own beside the one that a dict_cursor goes by.
+inline bool has_own_order(handle object) noexcept { return PyODict_Check(object.get()); }
+std::vector<owned> keys_in_own_order(handle object);
+// Calls `take` with every key and value of an object, in the order in which the host shows them.
+template <class Take>
+void for_each_member(handle object, Take&& take) {
+  if (!has_own_order(object)) {
+    dict_cursor cursor(object);
+    for (handle key, value; cursor.next(key, value);) take(share(key), share(value));
+    return;
+  }
+  for (owned& key : keys_in_own_order(object)) {
+    owned value = dict(object).get(key);
+    if (value) take(std::move(key), std::move(value));
+  }
+}
 
 }  // namespace grounding_fit::host

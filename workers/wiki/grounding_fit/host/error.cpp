@@ -60,19 +60,21 @@ PyObject* error_type(fault kind) {
   }
 }
 
-void set_error(std::string_view function, bad_value& error) {
+void set_error(origin where, bad_value& error) {
   std::u32string message;
-  append(message, function);
-  append(message, "(): ");
+  append(message, where.name);
+  append(message, where.mark);
+  append(message, ": ");
   if (!error.place.empty()) message += error.place + U": ";
   message += error.what;
   const owned text = text_of(message);
   PyErr_SetObject(error_type(error.kind), text.get());
-  if (error.cause) {
-    owned now = take_error();
-    PyException_SetCause(now.get(), error.cause.release());
-    PyErr_SetObject(error_type(error.kind), now.get());
+  if (!error.cause) return;
+  taken_error made;
+  if (made.is_a(error_type(error.kind))) {  // else memory ran out
+    PyException_SetCause(made.value().get(), error.cause.release());
   }
+  made.restore();
 }
 
 }  // namespace
@@ -88,7 +90,7 @@ void bad_value::prepend(step here) {
   } else {
     append(text, here.text);
   }
-  place = text + place;
+  lead(std::move(text));
 }
 
 void bad_value::prepend_key(text_view key) {
@@ -97,15 +99,23 @@ void bad_value::prepend_key(text_view key) {
   append(text, "[");
   append_quoted(text, key);
   append(text, "]");
-  place = text + place;
+  lead(std::move(text));
 }
 
-void refuse(fault kind, std::string_view expected, handle got) {
+// An index, a key or a dotted name is a part of what stands before it; other words are not.
+void bad_value::lead(std::u32string here) {
+  const bool a_part = place.empty() || place[0] == U'[' || place[0] == U'.' || here.back() == U'.';
+  place = std::move(here) + (a_part ? U"" : U": ") + place;
+}
+
+void refuse(fault kind, std::string_view expected, handle got, std::string_view remedy) {
   std::u32string what;
   append(what, "expected ");
   append(what, expected);
   append(what, ", got ");
   describe(what, got);
+  if (!remedy.empty()) append(what, "; pass ");
+  append(what, remedy);
   throw bad_value{kind, std::move(what), {}, {}};
 }
 
@@ -123,15 +133,18 @@ void refuse_name(fault kind, std::string_view what, text_view name) {
   throw bad_value{kind, std::move(text), {}, {}};
 }
 
+void refuse_reentry() {
+  refuse(fault::recursion, "called from within its own calls of the host, too deep for the stack");
+}
+
 void raise_missing_key(handle key) {
   PyErr_SetObject(PyExc_KeyError, key.get());
   throw raised{};
 }
 
 void raise_size_mismatch(std::int64_t measured, std::int64_t built) {
-  PyErr_Format(PyExc_AssertionError, "a candidate measured as %lld characters takes %lld",
-               static_cast<long long>(measured), static_cast<long long>(built));
-  throw raised{};
+  raise_error(PyExc_AssertionError, "a candidate measured as %lld characters takes %lld",
+              static_cast<long long>(measured), static_cast<long long>(built));
 }
 
 bool forget_error() noexcept {
@@ -142,22 +155,30 @@ bool forget_error() noexcept {
   return true;
 }
 
-owned take_error() {
+taken_error::taken_error() {
   PyObject *type, *value, *traceback;
   PyErr_Fetch(&type, &value, &traceback);
   PyErr_NormalizeException(&type, &value, &traceback);
-  Py_XDECREF(type);
-  Py_XDECREF(traceback);
-  return owned::steal(value);
+  type_ = owned::steal_or_null(type);
+  value_ = owned::steal_or_null(value);
+  traceback_ = owned::steal_or_null(traceback);
 }
 
-void set_error_of_exception(std::string_view function) noexcept {
+bool taken_error::is_a(handle type) const noexcept {
+  return PyErr_GivenExceptionMatches(type_.get(), type.get()) != 0;
+}
+
+void taken_error::restore() noexcept {
+  PyErr_Restore(type_.release(), value_.release(), traceback_.release());
+}
+
+void set_error_of_exception(origin where) noexcept {
   try {
     try {
       throw;
     } catch (const raised&) {
     } catch (bad_value& error) {
-      set_error(function, error);
+      set_error(where, error);
     } catch (const std::length_error&) {
       PyErr_NoMemory();
     }
@@ -165,7 +186,7 @@ void set_error_of_exception(std::string_view function) noexcept {
   } catch (const std::bad_alloc&) {
     PyErr_NoMemory();
   } catch (const std::exception& error) {
-    PyErr_Format(PyExc_SystemError, "%.100s(): %s", function.data(), error.what());
+    PyErr_Format(PyExc_SystemError, "%s%s: %s", where.name, where.mark, error.what());
   }
 }
 

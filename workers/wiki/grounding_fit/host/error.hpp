@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "host/handle.hpp"
+#include "host/reentry.hpp"
 #include "text/text.hpp"
 
 namespace grounding_fit::host {
@@ -39,6 +40,9 @@ struct bad_value {
 
   void prepend(step here);
   void prepend_key(text_view key);
+
+ private:
+  void lead(std::u32string here);
 };
 
 // The way from an argument to a value: place("parts.prose", 3, ".seeds", 0). The steps become a
@@ -72,16 +76,29 @@ decltype(auto) within(step here, Body&& body) {
   return within(place(here), std::forward<Body>(body));
 }
 
-// Throws a bad_value: "expected EXPECTED, got (the value, or its type)". Runs no host code.
-[[noreturn]] void refuse(fault kind, std::string_view expected, handle got);
+// Throws a bad_value: "expected EXPECTED, got (the value, or its type)". Runs no host code. The
+// remedy, where there is one, is the word that makes the value right: "set(files)".
+[[noreturn]] void refuse(fault kind, std::string_view expected, handle got,
+                         std::string_view remedy = {});
 // Throws a bad_value with a text of the module's own.
 [[noreturn]] void refuse(fault kind, std::string_view what);
 // The same with a text of the host's between two of its own: "unexpected argument 'wrong'".
 [[noreturn]] void refuse_name(fault kind, std::string_view what, text_view name);
+// The same for calls of the host that lead into the module again and again.
+[[noreturn]] void refuse_reentry();
 // Sets KeyError(key).
 [[noreturn]] void raise_missing_key(handle key);
 // Sets AssertionError: the sizes of a candidate, measured and built, that must be the same.
 [[noreturn]] void raise_size_mismatch(std::int64_t measured, std::int64_t built);
+
+// Sets an error of the host's with a text in the host's own format. (The host's function for this
+// loses a MemoryError that comes of making the text, up to 3.10.)
+template <class... Arguments>
+[[noreturn]] void raise_error(handle type, const char* format, Arguments... arguments) {
+  const owned text = owned::steal(PyUnicode_FromFormat(format, arguments...));
+  PyErr_SetObject(type.get(), text.get());
+  throw raised{};
+}
 
 // Forgets the host's error when it is an ordinary one; false for what no caller may swallow, such
 // as a lack of memory.
@@ -101,27 +118,51 @@ bool succeeds(Body&& body) {
   }
 }
 
-// The host's error as a value, with its class set right, so that another can be set in its place.
-owned take_error();
+// The host's error, taken so that host code can run, or another error be set in its place. Making
+// its value may fail, and then it is the error of that.
+class taken_error {
+ public:
+  taken_error();
+  bool is_a(handle type) const noexcept;
+  handle value() const { return value_; }
+  void restore() noexcept;  // sets it again
 
-// Sets the host's error for the C++ exception in flight, its message led by the function's name.
-void set_error_of_exception(std::string_view function) noexcept;
+ private:
+  owned type_, value_, traceback_;
+};
 
-// Runs `body` and gives its value, or `failed` with the host's error set.
+// What the message of an error names first: a function, or the module's import.
+struct origin {
+  const char* name;
+  const char* mark;  // stands between the name and a colon
+  constexpr origin(const char* function) : name(function), mark("()") {}
+  static constexpr origin of_import() { return {"import of grounding_fit", ""}; }
+
+ private:
+  constexpr origin(const char* words, const char* its_mark) : name(words), mark(its_mark) {}
+};
+
+// Sets the host's error for the C++ exception in flight.
+void set_error_of_exception(origin where) noexcept;
+
+// Runs `body` and gives its value, or `failed` with the host's error set. Every entry into the
+// module is one of these.
 template <class Body, class Result>
-Result guarded(std::string_view function, Result failed, Body&& body) noexcept {
+Result guarded(origin where, Result failed, Body&& body) noexcept {
   try {
+    const entered here;
+    if (here.too_deep()) refuse_reentry();
     return body();
   } catch (...) {
-    set_error_of_exception(function);
+    set_error_of_exception(where);
     return failed;
   }
 }
 
 // The same for the usual case, a function that makes a value.
 template <class Body>
-PyObject* boundary(std::string_view function, Body&& body) noexcept {
-  return guarded(function, static_cast<PyObject*>(nullptr), [&] { return body().release(); });
+PyObject* boundary(origin where, Body&& body) noexcept {
+  return guarded(where, static_cast<PyObject*>(nullptr), [&] { return body().release(); });
 }
 
 }  // namespace grounding_fit::host

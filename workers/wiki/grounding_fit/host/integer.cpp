@@ -45,11 +45,15 @@ integer integer::of_text(handle text) {
   PyObject* value = PyLong_FromUnicodeObject(plain.get(), 10);
   if (value != nullptr) return of(owned::steal(value));
   if (!PyErr_ExceptionMatches(PyExc_ValueError)) throw raised{};
-  owned cause = take_error();
+  taken_error cause;
+  if (!cause.is_a(PyExc_ValueError)) {
+    cause.restore();
+    throw raised{};
+  }
   try {
     refuse(fault::value, "an integer", text);
   } catch (bad_value& error) {
-    error.cause = std::move(cause);
+    error.cause = share(cause.value());
     throw;
   }
 }

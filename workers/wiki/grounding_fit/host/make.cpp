@@ -54,6 +54,8 @@ owned new_unsigned(std::uint64_t value) { return owned::steal(PyLong_FromUnsigne
 owned new_real(double value) { return owned::steal(PyFloat_FromDouble(value)); }
 owned new_dict() { return owned::steal(PyDict_New()); }
 
+owned read_only_view(handle dict) { return owned::steal(PyDictProxy_New(dict.get())); }
+
 void set_item(handle dict, handle key, handle value) {
   if (PyDict_SetItem(dict.get(), key.get(), value.get()) < 0) throw raised{};
 }

@@ -22,6 +22,7 @@ owned new_unsigned(std::uint64_t value);
 owned new_real(double value);
 owned new_dict();
 void set_item(handle dict, handle key, handle value);
+owned read_only_view(handle dict);  // which a caller can get at the dict through, all the same
 inline owned null() noexcept { return share(Py_None); }
 
 owned new_boolean(bool value);

@@ -17,7 +17,10 @@ namespace grounding_fit {
 
 class pieces {
  public:
-  pieces() { reserve(); }
+  pieces() {
+    views_.reserve(k_views);
+    held_.reserve(k_held);
+  }
   pieces(const pieces&) = delete;
 
   // Makes room for so many at once: growing step by step would take three times as much.
@@ -44,11 +47,6 @@ class pieces {
   // Few texts have more pieces, so that most are put together without asking for memory.
   static constexpr std::size_t k_views = 96;
   static constexpr std::size_t k_held = 32;
-
-  void reserve() {
-    views_.reserve(k_views);
-    held_.reserve(k_held);
-  }
 
   std::array<std::byte, k_views * sizeof(text_view) + k_held * sizeof(host::owned) + 512> room_;
   std::pmr::monotonic_buffer_resource pool_{room_.data(), room_.size()};

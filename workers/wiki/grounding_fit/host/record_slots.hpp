@@ -43,9 +43,10 @@ struct record_slots {
   }
 
   static int refuse_change(PyObject*, PyObject* name, PyObject* value) noexcept {
-    PyErr_Format(PyExc_AttributeError, "%s is immutable: cannot %s %R", Shape.name(),
-                 value == nullptr ? "delete" : "set", name);
-    return -1;
+    return guarded(Shape.name(), -1, [&]() -> int {
+      raise_error(PyExc_AttributeError, "%s is immutable: cannot %s '%U'", Shape.name(),
+                  value == nullptr ? "delete" : "set", name);
+    });
   }
 
   static PyObject* reduce(PyObject* self, PyObject*) noexcept {
@@ -62,11 +63,11 @@ struct record_slots {
     return static_cast<Py_ssize_t>(Shape.fields.size());
   }
   static PyObject* item(PyObject* self, Py_ssize_t i) noexcept {
-    if (i < 0 || i >= length(self)) {
-      PyErr_Format(PyExc_IndexError, "%s index out of range", Shape.name());
-      return nullptr;
-    }
-    return share(field_of(self, static_cast<std::size_t>(i))).release();
+    return boundary(Shape.name(), [&] {
+      if (i < 0 || i >= length(self))
+        raise_error(PyExc_IndexError, "%s index out of range", Shape.name());
+      return share(field_of(self, static_cast<std::size_t>(i)));
+    });
   }
   static PyObject* iterate(PyObject* self) noexcept {
     return boundary(Shape.name(), [&] {

@@ -1,6 +1,7 @@
 #include "host/record_type.hpp"
 
 #include "host/make.hpp"
+#include "host/record_signature.hpp"
 #include "host/record_slots.hpp"
 
 namespace grounding_fit::host {
@@ -13,10 +14,10 @@ void set_type_attributes(PyTypeObject* type, const record_shape& shape, handle m
   const owned match_args = new_tuple(std::move(names));
   // Records pickle by the name that this module was imported under.
   const owned home = owned::steal(PyModule_GetNameObject(module.get()));
-  if (PyDict_SetItemString(type->tp_dict, "__match_args__", match_args.get()) < 0 ||
-      PyDict_SetItemString(type->tp_dict, "__module__", home.get()) < 0) {
-    throw raised{};
-  }
+  const handle attributes = type->tp_dict;
+  set_item(attributes, new_text("__match_args__"), match_args);
+  set_item(attributes, new_text("__module__"), home);
+  set_item(attributes, new_text("__signature__"), new_signature_attribute(shape, type));
   PyType_Modified(type);
 }
 

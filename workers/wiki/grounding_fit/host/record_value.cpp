@@ -12,6 +12,28 @@ owned allocate(PyTypeObject* type, std::vector<owned> fields) {
   return self;
 }
 
+// The field as an argument of the constructor call that makes an equal record: a read-only view as
+// the dict it shows, since the host can neither pickle a view nor read its repr back.
+owned argument_of(handle record, std::size_t i) {
+  const handle value = field_of(record, i);
+  return is_read_only_view(value) ? mapping(value).copy() : share(value);
+}
+
+// By itself, so that the room of the pieces is not in the frame of every level of nested records.
+[[gnu::noinline]] owned constructor_call(const record_shape& shape, std::vector<owned> values) {
+  pieces text;
+  text.add(shape.name());
+  text.add("(");
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    text.add(i == 0 ? "" : ", ");
+    text.add(shape.fields[i].name);
+    text.add("=");
+    text.add_string(std::move(values[i]));
+  }
+  text.add(values.empty() ? "...)" : ")");
+  return text.text();
+}
+
 }  // namespace
 
 owned make_record(const module_state& state, const record_shape& shape, std::vector<owned> fields) {
@@ -20,6 +42,13 @@ owned make_record(const module_state& state, const record_shape& shape, std::vec
 
 void expect_record(const module_state& state, const record_shape& shape, handle value) {
   if (is_record(state, shape, value)) return;
+  if (std::string_view(Py_TYPE(value.get())->tp_name) == shape.full_name) {
+    const std::string what =
+        std::string("expected a ") + shape.name() +
+        " of this module, which was imported twice, under two names: got one of";
+    const owned home = dict(Py_TYPE(value.get())->tp_dict).get(new_text("__module__"));
+    refuse_name(fault::type, what, expect_text(home));
+  }
   refuse(fault::type, std::string("a ") + shape.name() + " of this module", value);
 }
 
@@ -54,27 +83,19 @@ owned fields_tuple(const record_shape& shape, handle record) {
 }
 
 owned representation(const record_shape& shape, handle record) {
-  pieces text;
-  text.add(shape.name());
-  text.add("(");
   const int entered = Py_ReprEnter(record.get());
   if (entered < 0) throw raised{};
-  if (entered > 0) {
-    text.add("...");
-  } else {
+  std::vector<owned> values;
+  if (entered == 0) {
     struct leave {
       handle record;
       ~leave() { Py_ReprLeave(record.get()); }
     } const guard{record};
     for (std::size_t i = 0; i < shape.fields.size(); ++i) {
-      text.add(i == 0 ? "" : ", ");
-      text.add(shape.fields[i].name);
-      text.add("=");
-      text.add_string(owned::steal(PyObject_Repr(field_of(record, i).get())));
+      values.push_back(owned::steal(PyObject_Repr(argument_of(record, i).get())));
     }
   }
-  text.add(")");
-  return text.text();
+  return constructor_call(shape, std::move(values));
 }
 
 bool equal_records(const record_shape& shape, handle a, handle b) {
@@ -94,15 +115,16 @@ owned subscript(const record_shape& shape, handle record, handle key) {
   const auto size = static_cast<Py_ssize_t>(shape.fields.size());
   const Py_ssize_t at = index < 0 ? index + size : index;
   if (at < 0 || at >= size) {
-    PyErr_Format(PyExc_IndexError, "%s index out of range: %zd of %zd", shape.name(), index, size);
-    throw raised{};
+    raise_error(PyExc_IndexError, "%s index out of range: %zd of %zd", shape.name(), index, size);
   }
   return share(field_of(record, static_cast<std::size_t>(at)));
 }
 
 owned reduced(const record_shape& shape, handle record) {
+  std::vector<owned> values;
+  for (std::size_t i = 0; i < shape.fields.size(); ++i) values.push_back(argument_of(record, i));
   return tuple_of(share(reinterpret_cast<PyObject*>(Py_TYPE(record.get()))),
-                  fields_tuple(shape, record));
+                  new_tuple(std::move(values)));
 }
 
 void add_to_module(handle module, const char* name, handle value) {

@@ -15,9 +15,7 @@ void module_state::clear() noexcept {
 const module_state& loaded(const void* state) {
   const auto* found = static_cast<const module_state*>(state);
   if (found != nullptr && found->ready_) return *found;
-  PyErr_SetString(PyExc_ImportError,
-                  "grounding_fit is not loaded: its import is going on or failed");
-  throw raised{};
+  raise_error(PyExc_ImportError, "grounding_fit is not loaded: its import is going on or failed");
 }
 
 void keep_keys(module_state& state) {
