@@ -68,11 +68,11 @@ def missing(value):
 
 
 def text_form(value):
-    """Return a plain value the way it is written into a text."""
+    """Return a JSON value the way it is written into a text."""
     if isinstance(value, str):
         return str.__str__(value)
-    if value is None or isinstance(value, bool):
-        return repr(value)
+    if value is None or isinstance(value, (bool, list, tuple, dict)):
+        return str(value)
     return int.__repr__(value) if isinstance(value, int) else float.__repr__(value)
 
 

@@ -20,14 +20,7 @@ bool at_most(__int128 sum, double bound) {
 }
 
 fact_policy::fact_policy(const module_state& state, grounding_parts parts)
-    : state_(state),
-      code_floor_(parts.code_floor()),
-      first_(parts.budget().first()),
-      shares_(parts.budget().shares()) {
-  for (std::size_t i = 0; i < first_.size(); ++i) {
-    host::within(host::place("parts.budget.first", i), [&] { host::expect_text(first_[i]); });
-  }
-}
+    : state_(state), code_floor_(parts.code_floor()), rules_(state, parts.budget()) {}
 
 verdict fact_policy::of(const fact_block& block) const {
   const text_view text = host::view_of(block.text());
@@ -36,23 +29,12 @@ verdict fact_policy::of(const fact_block& block) const {
     return verdict::always_kept;
   }
   const text_view key = host::view_of(block.key());
-  if (key.empty()) return verdict::undecided;
-  for (std::size_t i = 0; i < first_.size(); ++i) {
-    if (host::view_of(first_[i]) == key) return verdict::kept_first;
-  }
-  return verdict::undecided;
+  return !key.empty() && rules_.keeps_first(key) ? verdict::kept_first : verdict::undecided;
 }
 
 std::optional<double> fact_policy::share_of(const fact_block& block, double room) const {
-  const owned share = shares_.get(block.key());
-  if (!share) return std::nullopt;
-  try {
-    return host::expect_number(share) * room;
-  } catch (host::bad_value& error) {
-    error.prepend_key(host::view_of(block.key()));
-    error.prepend("parts.budget.shares");
-    throw;
-  }
+  const std::optional<double> share = rules_.share_of(block.key());
+  return share ? std::optional(*share * room) : std::nullopt;
 }
 
 double fact_policy::floor_of(double room) const {

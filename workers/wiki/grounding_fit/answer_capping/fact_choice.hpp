@@ -50,8 +50,7 @@ class fact_policy {
  private:
   const host::module_state& state_;
   host::handle code_floor_;
-  host::items first_;
-  host::dict shares_;
+  policy_rules rules_;
 };
 
 // Compares an integer with a double exactly; false for a bound that is no number.

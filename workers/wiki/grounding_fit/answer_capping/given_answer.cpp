@@ -11,10 +11,9 @@ using host::owned;
 given_answer::given_answer(const host::module_state& state, handle result, json_meter& meter)
     : state_(state), meter_(meter) {
   members_.reserve(host::size_of_dict(result));
-  host::dict_cursor cursor(result);
-  for (handle key, value; cursor.next(key, value);) {
-    members_.push_back({owned::share(key), owned::share(value)});
-  }
+  host::for_each_member(result, [&](owned key, owned value) {
+    members_.push_back({std::move(key), std::move(value)});
+  });
   const auto is_text = [](const member& each) {
     return host::kind_of(each.value) == host::kind::text;
   };

@@ -110,12 +110,11 @@ constexpr function k_fit_prose = {
 Return (kept, labels): the fact blocks a capped answer keeps, and the names of the others.
 
 parts: GroundingParts. size: callable(blocks, count) giving the JSON characters of an answer
-with those fact blocks and count bodies. total: int, the most bodies the answer may show.
+with those fact blocks and count bodies, or with total of them. total: handed on to size as it is.
 Raises ValueError when the code_floor's product with the room is not finite.)",
     [](const module_state& state, const arguments& given) {
       const grounding_parts parts = expect_parts(state, given[0]);
       within("size", [&] { host::expect_callable(given[1]); });
-      expect_int64("total", given[2]);
       const fact_blocks prose(state, parts);
       json_meter meter;
       std::vector<page_fact> facts = take_page_facts(prose, meter);

@@ -17,8 +17,7 @@ Return the SectionBudget of a page type; _DEFAULT_BUDGET for every type that has
 
 type_id: str, compared exactly. The same record at every call.)",
     [](const module_state& state, const arguments& given) {
-      within("type_id", [&] { host::expect_text(given[0]); });
-      return find_policy(state, given[0]);
+      return host::share(find_policy(state, given[0]));
     }};
 
 constexpr function k_seed = {

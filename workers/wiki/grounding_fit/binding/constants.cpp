@@ -36,7 +36,7 @@ void add_constants(const module_state& state, handle module, std::vector<const c
       {"_ALWAYS_KEPT", host::tuple_of(host::share(state[utility::file_cards_heading]),
                                       host::share(state[utility::requested_context_heading]))},
       {"_DEFAULT_BUDGET", host::share(state[kept::default_policy])},
-      {"_BUDGETS", owned::steal(PyDictProxy_New(state[kept::page_policies].get()))},
+      {"_BUDGETS", host::read_only_view(policies_by_page_type(state))},
       {"_SKELETON_LINES", host::new_integer(k_skeleton_lines)},
       {"_LISTED_CHARS", host::new_integer(k_listed_chars)},
       {"_LISTED_HEADING", host::new_text(k_listed_heading.text())},

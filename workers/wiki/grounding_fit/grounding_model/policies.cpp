@@ -1,7 +1,5 @@
 #include "grounding_model/policies.hpp"
 
-#include "grounding_model/records.hpp"
-
 namespace grounding_fit {
 
 using host::handle;
@@ -15,15 +13,22 @@ constexpr std::string_view k_readme_first[] = {k_readme};
 constexpr std::string_view k_document_first[] = {k_document};
 constexpr kind_share k_digest_quarter[] = {{k_digest, 0.25}};
 
-constexpr page_policy k_default_policy{};
-constexpr page_policy k_page_policies[] = {
+constexpr page_policy k_policies[] = {
+    // The one of every page type that has none of its own.
+    {.page_type = "", .record = kept::default_policy},
     // A guide keeps its README before the digests of other pages.
     {.page_type = "getting-started",
+     .record = kept::getting_started_policy,
      .readme_chars = 28000,
      .first = k_readme_first,
      .shares = k_digest_quarter},
     // A decisions page keeps its own documents first.
-    {.page_type = "decisions", .first = k_document_first, .document_chars = 24000}};
+    {.page_type = "decisions",
+     .record = kept::decisions_policy,
+     .first = k_document_first,
+     .document_chars = 24000}};
+constexpr const page_policy& k_default_policy = k_policies[0];
+constexpr std::span k_page_policies = std::span(k_policies).subspan(1);
 
 owned record_of(const module_state& state, const page_policy& policy) {
   std::vector<owned> first;
@@ -35,26 +40,65 @@ owned record_of(const module_state& state, const page_policy& policy) {
   std::vector<owned> fields;
   fields.push_back(host::new_integer(policy.readme_chars));
   fields.push_back(host::new_tuple(std::move(first)));
-  fields.push_back(host::share(shares));
+  fields.push_back(host::read_only_view(shares));
   fields.push_back(host::new_integer(policy.document_chars));
   return host::make_record(state, k_section_budget, std::move(fields));
 }
 
+const page_policy* shared_policy(const module_state& state, section_budget budget) {
+  for (const page_policy& each : k_policies) {
+    if (budget.record.is(state[each.record])) return &each;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
-owned find_policy(const module_state& state, handle page_type) {
-  const owned text = host::plain_text(host::share(page_type));
-  owned found = host::dict(state[kept::page_policies]).get(text);
-  return found ? std::move(found) : host::share(state[kept::default_policy]);
+handle find_policy(const module_state& state, handle page_type) {
+  if (host::kind_of(page_type) == host::kind::text) {
+    const text_view wanted = host::view_of(page_type);
+    for (const page_policy& each : k_page_policies) {
+      if (wanted == each.page_type) return state[each.record];
+    }
+  }
+  return state[k_default_policy.record];
+}
+
+owned policies_by_page_type(const module_state& state) {
+  owned table = host::new_dict();
+  for (const page_policy& each : k_page_policies) {
+    host::set_item(table, host::new_text(each.page_type), state[each.record]);
+  }
+  return table;
 }
 
 void keep_policies(module_state& state) {
-  state.keep(kept::default_policy, record_of(state, k_default_policy));
-  owned table = host::new_dict();
-  for (const page_policy& each : k_page_policies) {
-    host::set_item(table, host::new_text(each.page_type), record_of(state, each));
+  for (const page_policy& each : k_policies) state.keep(each.record, record_of(state, each));
+}
+
+policy_rules::policy_rules(const module_state& state, section_budget record)
+    : shared_(shared_policy(state, record)), first_(record.first()), shares_(record.shares()) {
+  if (shared_ != nullptr) return;
+  for (std::size_t i = 0; i < first_.size(); ++i) {
+    host::within(host::place("parts.budget.first", i), [&] { host::expect_text(first_[i]); });
   }
-  state.keep(kept::page_policies, std::move(table));
+}
+
+std::optional<double> policy_rules::shared_share_of(text_view key) const {
+  for (const kind_share& each : shared_->shares) {
+    if (key == each.key) return each.share;
+  }
+  return std::nullopt;
+}
+
+double policy_rules::number_of(handle share, handle key) {
+  try {
+    return host::expect_number(share);
+  } catch (host::bad_value& error) {
+    error.prepend_key(host::view_of(key));
+    error.prepend("parts.budget.shares");
+    throw;
+  }
 }
 
 }  // namespace grounding_fit

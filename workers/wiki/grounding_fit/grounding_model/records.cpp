@@ -59,11 +59,14 @@ void sequence(const module_state&, handle value) {
 }
 
 void text_set(const module_state&, handle value) {
-  if (!host::is_set(value)) host::refuse(host::fault::type, "a set or frozenset", value);
+  if (host::is_set(value)) return;
+  const bool convertible = host::kind_of(value) == kind::array;
+  host::refuse(host::fault::type, "a set or frozenset", value, convertible ? "set(files)" : "");
 }
 
 void mapping(const module_state&, handle value) {
-  if (host::kind_of(value) != kind::object) host::refuse(host::fault::type, "a dict", value);
+  if (host::kind_of(value) == kind::object || host::is_read_only_view(value)) return;
+  host::refuse(host::fault::type, "a dict or mappingproxy", value);
 }
 
 void integer(const module_state&, handle value) { host::expect_integer(value); }
@@ -116,8 +119,9 @@ constexpr host::field k_section_budget_fields[] = {
     {"first", sequence, no_items,
      "Keys of the blocks that stay whatever else must go (list or tuple of str)."},
     {"shares", mapping, fresh_dict,
-     "By block key, what part of the room all blocks of that key may cost (dict of float). A key "
-     "that is absent has no limit. The dict stays the caller's own; treat it as read-only."},
+     "By block key, what part of the room all blocks of that key may cost (dict or mappingproxy of "
+     "float). A key that is absent has no limit. It stays the caller's own; treat it as "
+     "read-only."},
     {"document_chars", integer, constant<0>,
      "How much of the page's own documents the host quotes in all, in code points (int)."}};
 
@@ -161,7 +165,7 @@ Immutable and positional: it unpacks, iterates and indexes as its four fields.)"
 
 constinit const host::record_shape k_grounding_parts = {
     "grounding_fit.GroundingParts",
-    R"(GroundingParts(prose, blocks, files, code_floor=_SYM_BUDGET_FLOOR, budget=...)
+    R"(GroundingParts(prose, blocks, files, code_floor=_SYM_BUDGET_FLOOR, budget=_DEFAULT_BUDGET)
 --
 
 All that was gathered for a page, before anything is cut.
@@ -181,7 +185,7 @@ constinit const host::record_shape k_section_budget = {
 The policy of a page type: what the host quotes, and which blocks come first.
 
 Immutable; sizes in code points. Without shares it has a new empty dict of its own; treat the
-dict as read-only.)",
+dict as read-only. Of a record that the module shares, shares are a mappingproxy.)",
     kept::section_budget_type,
     false,
     k_section_budget_fields,

@@ -53,7 +53,8 @@ enum class kept : std::size_t {
   grounding_parts_type,
   section_budget_type,
   default_policy,
-  page_policies,
+  getting_started_policy,
+  decisions_policy,
   code_floor,
   count
 };

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "host/container.hpp"
 #include "host/integer.hpp"
 #include "host/make.hpp"
 
@@ -10,6 +11,18 @@ namespace {
 
 // Most levels of containers a walk goes into, whatever limit the host has set for itself.
 constexpr int k_deepest = 1000;
+
+// Looked up in the types themselves, since asking for an attribute could run host code.
+bool is_path(handle value) {
+  const owned name = new_text("__fspath__");
+  const handle bases = Py_TYPE(value.get())->tp_mro;
+  for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(bases.get()); ++i) {
+    auto* base = reinterpret_cast<PyTypeObject*>(PyTuple_GET_ITEM(bases.get(), i));
+    // Newer hosts keep the names of their own static types elsewhere.
+    if (base->tp_dict != nullptr && dict(base->tp_dict).get(name)) return true;
+  }
+  return false;
+}
 
 // A larger integer than a small one is not zero.
 bool integer_is_zero(handle value) { return small_integer(value) == 0; }
@@ -27,6 +40,10 @@ bool other_is_missing(handle value) {
     case kind::object: return size_of_dict(value) == 0;
     default: return false;
   }
+}
+
+void refuse_as_text(handle value) {
+  refuse(fault::type, "a string", value, is_path(value) ? "str(path)" : "");
 }
 
 void expect_integer(handle value) {
@@ -60,7 +77,9 @@ owned text_form_of_other(handle value) {
     case kind::real: return owned::steal(PyFloat_Type.tp_repr(value.get()));
     case kind::boolean: return owned::steal(PyBool_Type.tp_repr(value.get()));
     case kind::null: return new_text("None");
-    default: refuse(fault::type, "a string or number", value);
+    case kind::array:
+    case kind::object: return owned::steal(PyObject_Str(value.get()));
+    default: refuse(fault::type, "a JSON value", value);
   }
 }
 

@@ -63,8 +63,9 @@ inline bool missing(handle value) {
 }
 
 // These refuse a value of another type.
+[[noreturn]] void refuse_as_text(handle value);
 inline text_view expect_text(handle value) {
-  if (kind_of(value) != kind::text) refuse(fault::type, "a string", value);
+  if (kind_of(value) != kind::text) refuse_as_text(value);
   return view_of(value);
 }
 std::int64_t expect_int64(handle value);  // OverflowError beyond 64 bits
@@ -72,6 +73,7 @@ double expect_number(handle value);       // an integer beyond a double's range 
 void expect_integer(handle value);        // of any size
 
 // The value as it is written into a text: a new or shared string. TypeError for what has no text.
+// An array or object is written by the host, which may run any code of its items.
 owned text_form_of_other(handle value);
 inline owned text_form(handle value) {
   return is_plain_text(value) ? share(value) : text_form_of_other(value);

@@ -51,7 +51,8 @@ class block_writer {
     out_.add(" (");
     field(key::kind, "");
     k_dash.write(out_);
-    host::within("result of _norm", [&] { out_.add_value(std::move(file)); });
+    host::within(host::place(host::step_to(key::file), "result of _norm"),
+                 [&] { out_.add_value(std::move(file)); });
     out_.add(":L");
     field(key::line, "0");
   }
