@@ -177,6 +177,8 @@ void set_error_of_exception(origin where) noexcept {
     try {
       throw;
     } catch (const raised&) {
+      // The host says nothing where it has no memory for the name of a type.
+      if (PyErr_Occurred() == nullptr) PyErr_NoMemory();
     } catch (bad_value& error) {
       set_error(where, error);
     } catch (const std::length_error&) {
