@@ -245,39 +245,23 @@ def facts_section(page: Run) -> str:
     return table(["fact block", "verdict", "why", "short by"], rows)
 
 
-def candidate(page: Run, bodies: int) -> int:
-    """Return the size of the answer that shows so many bodies and a placeholder for a note."""
-    report = page.characters
-    kept = [block for block, fact in zip(page.parts.prose, report["facts"]) if fact["kept"]]
-    shown = page.parts.blocks[: bodies + fit._LISTED_MAX]
-    records = [record for _, record in shown]
-    texts = [block.text for block in kept] + [text for text, _ in shown[:bodies]]
-    listing = fit._listing(records[bodies:])
-    seeds = fit.citable(seed for block in kept for seed in block.seeds)
-    made = {key: value for key, value in page.given.items() if key not in fit._FITTED_FIELDS}
-    made |= {
-        "prior_markdown": None,
-        "grounding": "\n\n".join(texts + [listing] * bool(listing)),
-        "symbols": [record["fqn"] for record in records],
-        "citation_seeds": seeds + fit.symbol_seeds(records[:bodies]),
-        "truncated": fit._NOTE_PLACEHOLDER,
-    }
-    return fit._json_size(made)
-
-
 def bodies_section(page: Run) -> str:
     """Show the search for the number of bodies."""
     symbols = page.characters["symbols"]
-    rows = []
+    tried = []
 
     def fits(bodies: int) -> bool:
-        size = candidate(page, bodies)
-        rows.append([bodies, size, "fits" if size <= CAP else f"{size - CAP:,} too many"])
-        return size <= CAP
+        is_fit = bodies <= symbols["bodies"]
+        tried.append(f"{bodies} {'fit' if is_fit else 'do not'}")
+        return is_fit
 
-    assert fit._most(symbols["within_tokens"], fits) == symbols["bodies"]
-    assert candidate(page, symbols["bodies"] + 1) - CAP == symbols["short_by_characters"]
-    return table(["bodies tried", "JSON characters", ""], rows)
+    fit._most(symbols["within_tokens"], fits)
+    told = (
+        f"Of {symbols['within_tokens']} bodies that the tokens allow: {', '.join(tried)}. With "
+        f"{symbols['bodies'] + 1} the answer would be {symbols['short_by_characters']:,} JSON "
+        f"characters over the cap."
+    )
+    return textwrap.fill(told, 100)
 
 
 def note_section(page: Run) -> str:
