@@ -25,17 +25,8 @@ except ImportError:
     orjson = None
 
 WIDEST = {1: ("é", "latin-1"), 2: ("—", "utf-16-le"), 4: ("😀", "utf-32-le")}
-SCANNED = [  # bytes of a character, characters
-    (2, 24),
-    (2, 200),
-    (2, 2_000),
-    (2, 40_000),
-    (2, 1_000_000),
-    (1, 200),
-    (1, 40_000),
-    (4, 200),
-    (4, 40_000),
-]
+SCANNED = [(2, size) for size in (24, 200, 2_000, 40_000, 1_000_000)]  # bytes of a character, and
+SCANNED += [(width, size) for width in (1, 4) for size in (200, 40_000)]  # how many characters
 Cell = str | int | float
 Ratios = dict[tuple, float]  # by what was measured: how often the module's time goes into the other
 
