@@ -25,7 +25,8 @@ TRIES = 6
 
 # What is moved to bring which comparisons of the rules to their edge.
 MOVES = {
-    "answer": ["given answer", "answer without its prior markdown", "room", "fact block"],
+    "grounding": ["given answer", "answer without its prior markdown"],
+    "answer": ["room", "fact block", "bodies", "listed lines", "answer with its note"],
     "fact": ["share", "fact block"],
     "body": ["bodies"],
     "note": ["answer with its note"],
@@ -35,7 +36,6 @@ MOVES = {
     "facts": ["items of a note"],
     "symbols": ["listed symbols"],
 }
-MOVES["answer"] += ["bodies", "listed lines", "answer with its note"]
 NEVER = [("symbols to take off", -1), ("bodies to take off", -1)]  # counts, and 0 their limit
 SOUGHT = {rule for rules in MOVES.values() for rule in rules}
 
@@ -45,6 +45,7 @@ class Page:
     """What can be moved of a page, texts in JSON characters; all else is drawn from the seed."""
 
     seed: int
+    grounding: int  # as the host gave it
     answer: int  # a field of the host's
     fact: int  # the text of a fact block whose kind has a share
     body: int  # the text of the best symbol block
@@ -59,7 +60,7 @@ class Page:
         """Return the answer, the grounding and the budget in tokens."""
         r = random.Random(self.seed)
         unit = r.choice(UNITS)
-        width = r.choice([100, 400, 2000, 40000, 40000])
+        width = r.choice([100, 400, 1000, 4000, 40000])
 
         def fill(size):
             return unit * (size // UNIT_SIZE) + "x" * (size % UNIT_SIZE)
@@ -68,8 +69,8 @@ class Page:
             seeds = [fit.seed(fill(r.randrange(40)), r.randrange(3)) for _ in range(r.randrange(4))]
             return fit.FactBlock(heading + fill(size), seeds, name, key)
 
-        def symbol(size):
-            record = {"fqn": fill(r.randrange(60)), "kind": unit, "file": f"./{r.randrange(9)}"}
+        def symbol(size, name):
+            record = {"fqn": fill(name), "kind": unit, "file": f"./{r.randrange(9)}"}
             record |= {"line": r.choice([0, 7, 120]), "end_line": r.choice([0, 9, 3000])}
             return fill(size), record | {"signature": fill(r.randrange(150))}
 
@@ -77,7 +78,7 @@ class Page:
             "page_id": 'p"1',
             "prior_markdown": r.choice([None, fill(9000), fill(9000)]),
             "notes": fill(self.answer),
-            "grounding": "g" * r.choice([24000, 24000, 45000]),
+            "grounding": fill(self.grounding),
             "symbols": ["s"],
         }
         prose = [
@@ -92,8 +93,9 @@ class Page:
         prose.append(block("## Read me\n", 500, "readme"))
         shares = {"digest": self.share, "never": 0, "other": 0.3}
         budget = fit.SectionBudget(first=["readme"], shares=shares)
-        blocks = [symbol(self.body)]
-        blocks += [symbol(width + r.randrange(width)) for _ in range(1, self.symbols)]
+        blocks = [symbol(self.body, 2000)]  # its line may take more than its body
+        for _ in range(1, self.symbols):
+            blocks.append(symbol(width + r.randrange(width), r.randrange(60)))
         grounding = parts(prose, blocks, code_floor=self.floor, budget=budget)
         return answer, grounding, self.tokens
 
@@ -103,13 +105,14 @@ def draw(seed):
     r = random.Random(seed)
     return Page(
         seed,
+        grounding=45000,
         answer=r.choice([50, 9000, 20000, 33000]),
         fact=r.choice([900, 3000]),
         body=r.choice([0, 300, 5000, 20000]),
-        note=r.choice([10, 700, 2500]),
+        note=r.choice([10, 700, 2500, 6000]),
         share=r.choice([0.1, 0.25, 0.6]),
         floor=r.choice([0.35, 0.35, 0.6, 0.9, 2.0, -0.5]),
-        tokens=r.choice([300, 3000, 9000, 60000]),
+        tokens=r.choice([300, 9000, 60000, 10**6]),
         facts=r.choice([2, 9, 20]),
         symbols=r.choice([2, 12, 31, 45]),
     )

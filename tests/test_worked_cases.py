@@ -118,12 +118,6 @@ class WorkedCases(UsualHost):
         cases = [(-1, 0), (0, 0), (1, 1), (2**63 - 1, 7)]
         self.check(lambda high: fit._most(high, lambda count: count <= 7), cases)
 
-    def test_empty_block_text(self):
-        page = parts([Block("F")], [("", {}), ("code", {})])
-        self.assertEqual(fit._assemble_grounding(page, 10**6)[0], "F\n\ncode")
-        self.assertIn(("estimate", "\n\ncode"), HOST.calls)
-        self.assertEqual(fit._fit_page_context(over(), page, 10**6)["grounding"], "F\n\n\n\ncode")
-
     def test_tokens_of_bodies(self):
         """What blocks cost in tokens stands in them; the code's floor is cut toward zero."""
         HOST.set(estimate=lambda text: int(text or 0))
