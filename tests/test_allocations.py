@@ -93,9 +93,9 @@ def load_module():
     return fit
 
 
-def make_module(spec):
+def make_module(found):
     """Make and execute a copy of the module, as its import does; return how many names it has."""
-    module = _imp.create_dynamic(spec)
+    module = _imp.create_dynamic(found)
     _imp.exec_dynamic(module)
     return len(vars(module))
 

@@ -165,9 +165,9 @@ class Import(unittest.TestCase):
     def load(self, modules):
         """Load a copy of the module with these and no other modules of the host's."""
         loader = importlib.machinery.ExtensionFileLoader("grounding_fit", find())
-        spec = importlib.util.spec_from_loader("grounding_fit", loader)
+        found = importlib.util.spec_from_loader("grounding_fit", loader)
         with mock.patch.dict(sys.modules, {"workers": None, **modules}):
-            module = importlib.util.module_from_spec(spec)
+            module = importlib.util.module_from_spec(found)
             loader.exec_module(module)
         return module
 
