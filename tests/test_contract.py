@@ -23,6 +23,8 @@ class Contract(UsualHost):
                     plain = inspect.signature(getattr(model, name))
                     self.assertEqual(str(signature), str(plain), name)
         for record in RECORDS:
+            told = re.findall(r"[(,] ?(\w+)", record.__text_signature__)
+            self.assertEqual(tuple(told), record.__match_args__)
             for field in record.__match_args__:
                 self.assertTrue(getattr(record, field).__doc__, f"{record.__name__}.{field}")
 

@@ -143,7 +143,7 @@ Return a page_context answer of at most _PAGE_CONTEXT_MAX_CHARS JSON characters.
 
 result: the answer (dict), given back itself when it fits. parts: GroundingParts of the page.
 budget: int, the page's budget in tokens. A capped answer is a new dict whose `truncated` says
-what was left out; only one whose other fields alone exceed the cap comes back over it.
+what was left out; it is over the cap only when that still is too large without any code.
 Raises KeyError('page_id') when a prior_markdown must go and the answer has no page_id.)",
     [](const module_state& state, const arguments& given) {
       return std::move(fit_given<sizing::needed>(state, given).answer);

@@ -1,5 +1,7 @@
 #include "host/record_value.hpp"
 
+#include <stdexcept>
+
 #include "host/pieces.hpp"
 
 namespace grounding_fit::host {
@@ -37,6 +39,7 @@ owned argument_of(handle record, std::size_t i) {
 }  // namespace
 
 owned make_record(const module_state& state, const record_shape& shape, std::vector<owned> fields) {
+  if (fields.size() != shape.fields.size()) throw std::logic_error("a record lacks a field");
   return allocate(reinterpret_cast<PyTypeObject*>(state[shape.type].get()), std::move(fields));
 }
 
