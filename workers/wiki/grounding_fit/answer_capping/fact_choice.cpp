@@ -5,9 +5,7 @@
 
 namespace grounding_fit {
 
-using host::handle;
 using host::module_state;
-using host::owned;
 using host::utility;
 
 __int128 truncated(double finite) {

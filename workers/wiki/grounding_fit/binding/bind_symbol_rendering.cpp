@@ -6,7 +6,6 @@ namespace {
 
 using host::arguments;
 using host::module_state;
-using host::owned;
 
 constexpr function k_render_symbol = {
     R"(render_symbol($module, /, sym)
