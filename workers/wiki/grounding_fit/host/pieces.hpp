@@ -24,7 +24,7 @@ class pieces {
   pieces(const pieces&) = delete;
 
   // Makes room for so many at once: growing step by step would take three times as much.
-  void expect(std::size_t pieces) { views_.reserve(pieces); }
+  void expect(std::size_t count) { views_.reserve(count); }
 
   // Literals, and texts that the caller keeps alive as long as the pieces.
   void add(text_view text) {
