@@ -60,11 +60,14 @@ class FitMany(unittest.TestCase):
         self.assertEqual(list(done.fitted), ["json"])
         self.assertRegex(done.failed["version"], r"worker .*: CPython 3\..*, not 2\.7$")
         self.assertRegex(done.failed["folder"], r"worker .*: no folder .*absent$")
-        bare = {**os.environ, "PYTHONPATH": str(ROOT)}
+        first = self.root / "path"  # before any folder where the module may be installed
+        first.mkdir()
+        (first / "grounding_fit.py").write_text("raise ModuleNotFoundError('no module here')")
+        bare = {**os.environ, "PYTHONPATH": os.pathsep.join([str(first), str(ROOT)])}
         command = [*PROGRAM, "--repo", str(self.root), "--workers", "1"]
         ended = subprocess.run(command, env=bare, capture_output=True, text=True)
         self.assertEqual(ended.returncode, 1, ended.stderr)
-        self.assertRegex(ended.stdout, "(?m)^json: .*No module named 'grounding_fit'$")
+        self.assertRegex(ended.stdout, "(?m)^json: .*worker .*: no module here$")
         self.assertRegex(ended.stdout, r"(?m)^pages +0, 4 failed$")
 
     def test_an_interruption_leaves_no_process(self):

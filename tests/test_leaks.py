@@ -54,13 +54,14 @@ class Leaks(UsualHost):
                     pass
             HOST.calls.clear()
 
-        counts = []
-        for _ in range(7):
+        rounds = []
+        for _ in range(20):
+            blocks = sys.getallocatedblocks()
             for _ in range(60):
                 once()
             gc.collect()
             references = [sys.getrefcount(one) for one in watched]
-            counts.append((sys.getallocatedblocks(), references))
-        # The host's own lists move a little; a leak is a block in each of the last 120 rounds.
-        self.assertLess(counts[-1][0] - counts[4][0], 100)
-        self.assertEqual(counts[-1][1], counts[4][1])
+            rounds.append((sys.getallocatedblocks() - blocks, references))
+        # The host's own free lists fill for some rounds; a leak is a block in each call of them all.
+        self.assertLess(min(grown for grown, _ in rounds[10:]), 30)
+        self.assertEqual(rounds[-1][1], rounds[10][1])
