@@ -17,7 +17,7 @@ integer line_of(handle value) {
   if (host::missing(value)) return 0;
   switch (host::kind_of(value)) {
     case kind::integer:
-    case kind::boolean: return integer::of(value);
+    case kind::boolean: return integer::of(host::share(value));
     case kind::text: return integer::of_text(value);
     case kind::real:
       if (const double real = host::value_of_real(value); std::isfinite(real)) {
@@ -30,9 +30,7 @@ integer line_of(handle value) {
 
 }  // namespace
 
-integer read_line(const module_state& state, host::dict object, key which) {
-  const owned value = host::read(state, object, which);
-  if (value && host::kind_of(value) == kind::integer) return integer::of(value);
+integer read_as_line(handle value, key which) {
   return host::within(host::step_to(which), [&] { return line_of(value); });
 }
 

@@ -8,7 +8,13 @@
 namespace grounding_fit {
 
 // The line number under `which`: 0 when it counts as missing, ValueError when it cannot be read.
-host::integer read_line(const host::module_state& state, host::dict object, host::key which);
+host::integer read_as_line(host::handle value, host::key which);  // where it is no plain integer
+inline host::integer read_line(const host::module_state& state, host::dict object,
+                               host::key which) {
+  host::owned value = host::read(state, object, which);
+  if (value && host::is_plain_integer(value)) return host::integer::of(std::move(value));
+  return read_as_line(value, which);
+}
 
 bool is_citable(const host::module_state& state, host::handle seed);
 

@@ -21,13 +21,10 @@ array expect_array(handle value) {
   return array(value);
 }
 
-std::pair<handle, handle> expect_pair(handle value) {
+void refuse_as_pair(handle value) {
   if (kind_of(value) != kind::array) refuse(fault::type, "a pair (tuple or list of two)", value);
-  if (size_of_array(value) != 2) {
-    const std::string size = std::to_string(size_of_array(value));
-    refuse(fault::type, "expected a pair (tuple or list of two), got " + size + " items");
-  }
-  return {array_item(value, 0), array_item(value, 1)};
+  const std::string size = std::to_string(size_of_array(value));
+  refuse(fault::type, "expected a pair (tuple or list of two), got " + size + " items");
 }
 
 void dict::expect_absent() {

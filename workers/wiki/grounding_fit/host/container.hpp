@@ -46,7 +46,11 @@ class array {
 array expect_array(handle value);
 
 // The two items of a pair; TypeError for anything but a list or tuple of two.
-std::pair<handle, handle> expect_pair(handle value);
+[[noreturn]] void refuse_as_pair(handle value);
+inline std::pair<handle, handle> expect_pair(handle value) {
+  if (kind_of(value) != kind::array || size_of_array(value) != 2) refuse_as_pair(value);
+  return {array_item(value, 0), array_item(value, 1)};
+}
 
 // A borrowed look at an object; whoever makes one keeps the object alive.
 class dict {

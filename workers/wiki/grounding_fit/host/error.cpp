@@ -38,7 +38,7 @@ void describe(std::u32string& out, handle value) {
     case kind::boolean:
     case kind::real: return append(out, view_of(text_form(value)));
     case kind::integer:
-      if (const auto small = integer::of(value).small()) {
+      if (const auto small = integer::of(share(value)).small()) {
         return append(out, std::string_view(std::to_string(*small)));
       }
       return append(out, "an integer beyond 64 bits");

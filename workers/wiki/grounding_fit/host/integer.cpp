@@ -81,7 +81,7 @@ std::size_t integer_length(handle value) {
   if (const auto small = small_integer(value)) return decimal_length(*small);
   int overflow = 0;
   const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
-  return overflow == 0 ? decimal_length(small) : integer::of(value).length();
+  return overflow == 0 ? decimal_length(small) : integer::of(share(value)).length();
 }
 
 }  // namespace grounding_fit::host

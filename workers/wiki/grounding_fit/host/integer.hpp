@@ -13,13 +13,13 @@ namespace grounding_fit::host {
 class integer {
  public:
   integer(std::int64_t value = 0) : small_(value) {}
-  static integer of(handle integer_or_boolean) {
+  static integer of(owned integer_or_boolean) {
     std::int64_t value = 0;
     if (!version::small_integer(integer_or_boolean.get(), value)) {
       return of_large(integer_or_boolean);
     }
     integer result(value);
-    if (PyLong_CheckExact(integer_or_boolean.get())) result.object_ = share(integer_or_boolean);
+    if (PyLong_CheckExact(integer_or_boolean.get())) result.object_ = std::move(integer_or_boolean);
     return result;
   }
   static integer of(double finite);     // truncated toward zero

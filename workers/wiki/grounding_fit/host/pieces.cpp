@@ -10,7 +10,7 @@ using host::owned;
 void pieces::add_value(owned value) {
   switch (host::kind_of(value)) {
     case kind::text: break;
-    case kind::integer: return add_number(host::integer::of(value));
+    case kind::integer: return add_number(host::integer::of(host::share(value)));
     default: value = host::text_form(value);
   }
   add(host::view_of(value));

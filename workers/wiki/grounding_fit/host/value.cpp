@@ -52,7 +52,7 @@ void expect_integer(handle value) {
 
 std::int64_t expect_int64(handle value) {
   expect_integer(value);
-  const auto small = integer::of(value).small();
+  const auto small = integer::of(share(value)).small();
   if (!small) refuse(fault::overflow, "an integer of at most 64 bits", value);
   return *small;
 }
@@ -63,7 +63,7 @@ double expect_number(handle value) {
   const double number = PyLong_AsDouble(value.get());
   if (number != -1.0 || PyErr_Occurred() == nullptr) return number;
   PyErr_Clear();
-  return integer::of(value) > 0 ? HUGE_VAL : -HUGE_VAL;
+  return integer::of(share(value)) > 0 ? HUGE_VAL : -HUGE_VAL;
 }
 
 owned text_form_of_other(handle value) {
@@ -71,7 +71,7 @@ owned text_form_of_other(handle value) {
     case kind::text: return share(value);
     case kind::integer: {
       // A plain one first: newer hosts work out the digits of a huge integer by its own methods.
-      const owned plain = integer::of(value).object();
+      const owned plain = integer::of(share(value)).object();
       return owned::steal(PyLong_Type.tp_repr(plain.get()));
     }
     case kind::real: return owned::steal(PyFloat_Type.tp_repr(value.get()));

@@ -25,6 +25,7 @@ inline kind kind_of(handle h) noexcept {
   return PyFloat_Check(p) ? kind::real : kind::other;
 }
 
+inline bool is_plain_integer(handle value) noexcept { return PyLong_CheckExact(value.get()); }
 inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
 
 // The value of a text that kind_of has recognised. The view lives as long as the text.
