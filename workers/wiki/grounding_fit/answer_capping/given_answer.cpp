@@ -77,7 +77,7 @@ owned given_answer::page_id() const {
   for (const member& each : members_) {
     if (host::view_of(each.key) != host::name_of(key::page_id)) continue;
     return host::within(host::place("result", host::step_to(key::page_id)),
-                        [&] { return host::text_form(each.value); });
+                        [&] { return host::text_form(host::share(each.value)); });
   }
   host::raise_missing_key(state_[key::page_id]);
 }

@@ -59,10 +59,10 @@ owned symbol_lines::seed(const module_state& state) const {
 
 symbol_lines read_symbol_lines(const module_state& state, handle record, path_names& norm) {
   const host::dict symbol = host::expect_dict(record);
-  const owned file = host::read(state, symbol, key::file);
+  owned file = host::read(state, symbol, key::file);
   if (host::missing(file)) return {};
   owned path = host::within(host::step_to(key::file), [&] {
-    owned name = norm(host::text_form(file));
+    owned name = norm(host::text_form(std::move(file)));
     if (host::kind_of(name) != kind::text) {
       host::within("result of _norm", [&] { host::expect_text(name); });
     }

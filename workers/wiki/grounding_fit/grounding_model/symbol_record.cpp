@@ -42,21 +42,15 @@ owned path_names::operator()(owned path) {
   return name;
 }
 
-owned read_symbol_name(const module_state& state, handle record) {
-  owned fqn = host::read(state, host::expect_dict(record), key::fqn);
-  if (host::missing(fqn)) return {};
-  return host::within(host::step_to(key::fqn), [&] { return host::text_form(fqn); });
-}
-
 owned read_text_form(const module_state& state, host::dict symbol, key which) {
-  const owned value = host::read(state, symbol, which);
+  owned value = host::read(state, symbol, which);
   if (!value) return host::empty_text();
-  return host::within(host::step_to(which), [&] { return host::text_form(value); });
+  return host::within(host::step_to(which), [&] { return host::text_form(std::move(value)); });
 }
 
 owned read_file_name(const module_state& state, host::dict symbol, path_names& norm) {
-  const owned file = read_text_form(state, symbol, key::file);
-  return host::within(host::step_to(key::file), [&] { return norm(host::share(file)); });
+  owned file = read_text_form(state, symbol, key::file);
+  return host::within(host::step_to(key::file), [&] { return norm(std::move(file)); });
 }
 
 }  // namespace grounding_fit

@@ -55,7 +55,12 @@ class path_names {
 };
 
 // The qualified name of a symbol as text; empty when it counts as missing.
-host::owned read_symbol_name(const host::module_state& state, host::handle record);
+inline host::owned read_symbol_name(const host::module_state& state, host::handle record) {
+  host::owned fqn = host::read(state, host::expect_dict(record), host::key::fqn);
+  if (host::missing(fqn)) return {};
+  return host::within(host::step_to(host::key::fqn),
+                      [&] { return host::text_form(std::move(fqn)); });
+}
 // The text form of the value under a key, an empty text when the key is absent.
 host::owned read_text_form(const host::module_state& state, host::dict symbol, host::key which);
 // The text form of a symbol's file, as the host normalises it: whatever the host gives.

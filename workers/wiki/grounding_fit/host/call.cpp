@@ -38,7 +38,9 @@ std::vector<owned> items_of_set(handle set) {
 text_set::text_set() : set_(owned::steal(PySet_New(nullptr))) {}
 
 void text_set::add(handle text) {
+  const Py_ssize_t before = PySet_GET_SIZE(set_.get());
   if (PySet_Add(set_.get(), text.get()) < 0) throw raised{};
+  if (PySet_GET_SIZE(set_.get()) != before) texts_.push_back(share(text));
 }
 
 }  // namespace grounding_fit::host

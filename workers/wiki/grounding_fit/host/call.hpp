@@ -39,10 +39,11 @@ class text_set {
  public:
   text_set();
   void add(handle text);
-  std::vector<owned> texts() const { return items_of_set(set_); }
+  const std::vector<owned>& texts() const { return texts_; }  // in the order in which they came
 
  private:
   owned set_;
+  std::vector<owned> texts_;
 };
 
 }  // namespace grounding_fit::host

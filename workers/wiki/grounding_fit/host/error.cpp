@@ -36,7 +36,7 @@ void describe(std::u32string& out, handle value) {
     case kind::text: return append_quoted(out, view_of(value));
     case kind::null:
     case kind::boolean:
-    case kind::real: return append(out, view_of(text_form(value)));
+    case kind::real: return append(out, view_of(text_form(share(value))));
     case kind::integer:
       if (const auto small = integer::of(share(value)).small()) {
         return append(out, std::string_view(std::to_string(*small)));

@@ -11,7 +11,7 @@ void pieces::add_value(owned value) {
   switch (host::kind_of(value)) {
     case kind::text: break;
     case kind::integer: return add_number(host::integer::of(host::share(value)));
-    default: value = host::text_form(value);
+    default: value = host::text_form(std::move(value));
   }
   add(host::view_of(value));
   held_.push_back(std::move(value));

@@ -76,8 +76,9 @@ void expect_integer(handle value);        // of any size
 // The value as it is written into a text: a new or shared string. TypeError for what has no text.
 // An array or object is written by the host, which may run any code of its items.
 owned text_form_of_other(handle value);
-inline owned text_form(handle value) {
-  return is_plain_text(value) ? share(value) : text_form_of_other(value);
+inline owned text_form(owned value) {
+  if (is_plain_text(value)) return value;
+  return text_form_of_other(value);
 }
 // The same text as a plain string: shared, or copied from a derived type.
 owned plain_text(owned text);

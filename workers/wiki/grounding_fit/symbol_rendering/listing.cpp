@@ -20,9 +20,9 @@ text_view stripped(text_view text) {
 // The signature, or else the documentation, whose first line says what the symbol is.
 owned description(const module_state& state, host::dict symbol) {
   for (const key which : {key::signature, key::docstring}) {
-    const owned value = host::read(state, symbol, which);
+    owned value = host::read(state, symbol, which);
     if (host::missing(value)) continue;
-    return host::within(host::step_to(which), [&] { return host::text_form(value); });
+    return host::within(host::step_to(which), [&] { return host::text_form(std::move(value)); });
   }
   return {};
 }
@@ -42,9 +42,9 @@ listed_line::listed_line(const module_state& state, handle record, path_names& n
   }
   name_ = read_text_form(state, symbol, key::fqn);
   kind_ = read_text_form(state, symbol, key::kind);
-  const owned file = read_file_name(state, symbol, norm);
+  owned file = read_file_name(state, symbol, norm);
   host::within(host::place(host::step_to(key::file), "result of _norm"),
-               [&] { file_ = host::text_form(file); });
+               [&] { file_ = host::text_form(std::move(file)); });
 }
 
 template <class Out>

@@ -146,7 +146,7 @@ class block_writer {
     owned digest = host::read(state_, symbol_, key::body_digest);
     if (host::missing(digest)) return;
     add_skeleton(
-        host::within(host::step_to(key::body_digest), [&] { return host::text_form(digest); }),
+        host::within(host::step_to(key::body_digest), [&] { return host::text_form(host::share(digest)); }),
         out_);
   }
 

@@ -11,25 +11,14 @@ using host::utility;
 
 namespace {
 
-// The blocks kept and the listing of the next ones, as texts that others keep alive.
-struct shown_texts {
-  std::vector<text_view> texts;
-
-  // Joined by blank lines, after `first`. The grounding leaves empty texts out; what the host is
-  // asked to estimate holds every block kept.
-  owned joined(text_view first, bool with_empty) const {
-    pieces text;
-    text.add(first);
-    bool any = !first.empty();
-    for (const text_view& piece : texts) {
-      if (piece.empty() && !with_empty) continue;
-      if (any) text.add("\n\n");
-      text.add(piece);
-      any = true;
-    }
-    return text.text();
+owned joined_by_blank_lines(std::span<const text_view> texts) {
+  pieces all;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i > 0) all.add("\n\n");
+    all.add(texts[i]);
   }
-};
+  return all.text();
+}
 
 owned truncated(const module_state& state, handle text, __int128 room) {
   const owned tokens = host::new_unsigned(static_cast<std::uint64_t>(room));
@@ -41,7 +30,7 @@ owned truncated(const module_state& state, handle text, __int128 room) {
 // A path beside its text, so that sorting many need not look into each again and again.
 struct file_name {
   text_view view;
-  owned* text;
+  handle text;
   friend bool operator<(const file_name& a, const file_name& b) { return a.view < b.view; }
 };
 
@@ -52,14 +41,13 @@ owned sorted_files(grounding_parts parts, host::text_set& names) {
     host::within("parts.files", [&] { host::expect_text(file); });
     names.add(file);
   }
-  std::vector<owned> texts = names.texts();
   std::vector<file_name> order;
-  order.reserve(texts.size());
-  for (owned& text : texts) order.push_back({host::view_of(text), &text});
+  order.reserve(names.texts().size());
+  for (const owned& text : names.texts()) order.push_back({host::view_of(text), text});
   std::sort(order.begin(), order.end());
   std::vector<owned> sorted;
-  sorted.reserve(texts.size());
-  for (const file_name& each : order) sorted.push_back(std::move(*each.text));
+  sorted.reserve(order.size());
+  for (const file_name& each : order) sorted.push_back(host::share(each.text));
   return host::new_list(std::move(sorted));
 }
 
@@ -124,15 +112,20 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   made.listed = listing_window(blocks.size(), made.bodies.count);
   const owned listing = make_listing(state, block_records(blocks, made.bodies.count), made.listed);
 
-  shown_texts code;
+  std::vector<text_view> shown;
+  shown.reserve(made.bodies.count + 2);
   for (std::size_t i = 0; i < made.bodies.count; ++i) {
-    code.texts.push_back(host::view_of(blocks[i].text));
+    shown.push_back(host::view_of(blocks[i].text));
   }
-  if (made.listed > 0) code.texts.push_back(host::view_of(listing));
-  made.code = estimate_tokens(state, code.joined({}, true));
+  if (made.listed > 0) shown.push_back(host::view_of(listing));
+  made.code = estimate_tokens(state, joined_by_blank_lines(shown));
   made.room = std::max<__int128>(0, __int128(budget) - made.code);
   made.facts = truncated(state, facts, made.room);
-  made.text = code.joined(host::view_of(made.facts), false);
+
+  // What the host is asked to estimate holds every block kept; the grounding leaves empty texts out.
+  std::erase_if(shown, [](text_view text) { return text.empty(); });
+  if (!host::text_is_empty(made.facts)) shown.insert(shown.begin(), host::view_of(made.facts));
+  made.text = joined_by_blank_lines(shown);
   add_candidates(state, parts, prose, block_records(blocks), made);
   return made;
 }
