@@ -33,7 +33,8 @@ Returns {'path', 'line_start', 'line_end'}, a dict in this order.)",
       within("start", [&] { host::expect_integer(given[1]); });
       const owned end = given[2] ? host::share(given[2]) : host::new_integer(0);
       within("end", [&] { host::expect_integer(end); });
-      const bool later = host::integer::of(host::share(end)) > host::integer::of(host::share(given[1]));
+      const bool later =
+          host::integer::of(host::share(end)) > host::integer::of(host::share(given[1]));
       return make_seed(state, given[0], given[1], later ? handle(end) : given[1]);
     }};
 

@@ -57,21 +57,6 @@ owned symbol_lines::seed(const module_state& state) const {
   return std::move(seed.made);
 }
 
-symbol_lines read_symbol_lines(const module_state& state, handle record, path_names& norm) {
-  const host::dict symbol = host::expect_dict(record);
-  owned file = host::read(state, symbol, key::file);
-  if (host::missing(file)) return {};
-  owned path = host::within(host::step_to(key::file), [&] {
-    owned name = norm(host::text_form(std::move(file)));
-    if (host::kind_of(name) != kind::text) {
-      host::within("result of _norm", [&] { host::expect_text(name); });
-    }
-    return name;
-  });
-  return {std::move(path), read_line(state, symbol, key::line),
-          read_line(state, symbol, key::end_line)};
-}
-
 void add_citable(const module_state& state, const fact_blocks& prose, std::vector<owned>& seeds) {
   for (std::size_t i = 0; i < prose.size(); ++i) {
     const host::items block(prose[i].seeds());

@@ -32,8 +32,7 @@ path_names::path_names(const module_state& state, asking how) : state_(state) {
   if (how == asking::once_per_text) known_ = host::new_dict();
 }
 
-owned path_names::operator()(owned path) {
-  if (!known_) return host::call(state_[host::utility::norm], path);
+owned path_names::asked_once(owned path) {
   owned text = host::plain_text(std::move(path));
   owned name = host::dict(known_).get(text);
   if (name) return name;

@@ -47,9 +47,14 @@ class path_names {
   enum class asking { every_time, once_per_text };
   path_names(const host::module_state& state, asking how);
   // `path` is a string; the result is whatever the host gave.
-  host::owned operator()(host::owned path);
+  host::owned operator()(host::owned path) {
+    if (known_) return asked_once(std::move(path));
+    return host::call(state_[host::utility::norm], path);
+  }
 
  private:
+  host::owned asked_once(host::owned path);  // the name that the host gave for this text before
+
   const host::module_state& state_;
   host::owned known_;
 };

@@ -49,7 +49,8 @@ array expect_array(handle value);
 [[noreturn]] void refuse_as_pair(handle value);
 inline std::pair<handle, handle> expect_pair(handle value) {
   if (kind_of(value) != kind::array || size_of_array(value) != 2) refuse_as_pair(value);
-  return {array_item(value, 0), array_item(value, 1)};
+  PyObject* const* both = PySequence_Fast_ITEMS(value.get());
+  return {both[0], both[1]};
 }
 
 // A borrowed look at an object; whoever makes one keeps the object alive.

@@ -145,9 +145,9 @@ class block_writer {
   void skeleton() {
     owned digest = host::read(state_, symbol_, key::body_digest);
     if (host::missing(digest)) return;
-    add_skeleton(
-        host::within(host::step_to(key::body_digest), [&] { return host::text_form(host::share(digest)); }),
-        out_);
+    add_skeleton(host::within(host::step_to(key::body_digest),
+                              [&] { return host::text_form(std::move(digest)); }),
+                 out_);
   }
 
   const module_state& state_;

@@ -122,7 +122,8 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   made.room = std::max<__int128>(0, __int128(budget) - made.code);
   made.facts = truncated(state, facts, made.room);
 
-  // What the host is asked to estimate holds every block kept; the grounding leaves empty texts out.
+  // The host is asked to estimate every block kept; the grounding leaves those without text
+  // out.
   std::erase_if(shown, [](text_view text) { return text.empty(); });
   if (!host::text_is_empty(made.facts)) shown.insert(shown.begin(), host::view_of(made.facts));
   made.text = joined_by_blank_lines(shown);
