@@ -29,8 +29,9 @@ enum class sizing { needed, all };
 // What became of one fact block, and the numbers that decided it, in JSON characters.
 struct fact_decision {
   verdict outcome = verdict::undecided;
-  fact_cost cost;               // what it counts for in the share of its kind
-  std::optional<double> share;  // the most that its kind may cost, where there is a limit
+  bool has_share = false;       // whether there is a limit to what its kind may cost
+  double share = 0;             // that limit
+  fact_cost cost;               // what it counts for in that share
   std::int64_t share_used = 0;  // of that share, by blocks before it
   std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
 };
@@ -119,12 +120,12 @@ verdict decide_fact(fact_decision& now, page_fact& fact, std::size_t at, const a
     return now.outcome;
   }
   const auto over_share = [&] {
-    return now.share && !at_most(__int128(now.share_used) + now.cost.total(), *now.share);
+    return now.has_share && !at_most(__int128(now.share_used) + now.cost.total(), now.share);
   };
   if (over_share()) return verdict::over_share;
   if constexpr (Sizing == sizing::needed) {
     // The cap is not asked of a block that is over its share: asking reads the block's seeds.
-    if (now.share) now.cost = fact.template cost<extent::exact>();
+    if (now.has_share) now.cost = fact.template cost<extent::exact>();
     if (over_share()) return verdict::over_share;
     if (measure.least_with(kept, at) + room.reserve > k_answer_max_chars) return verdict::over_cap;
   }
@@ -150,9 +151,13 @@ auto choose_facts(const fact_policy& policy, std::vector<page_fact>& facts, Meas
   for (std::size_t i = 0; i < facts.size(); ++i) {
     fact_decision& now = decisions[i];
     now.cost = facts[i].template cost<known>();
-    now.share = policy.share_of(facts[i].block(), static_cast<double>(room.room));
-    std::int64_t* taken = now.share ? &used[host::view_of(facts[i].block().key())] : nullptr;
-    if (taken != nullptr) now.share_used = *taken;
+    const auto share = policy.share_of(facts[i].block(), static_cast<double>(room.room));
+    std::int64_t* taken = share ? &used[host::view_of(facts[i].block().key())] : nullptr;
+    if (taken != nullptr) {
+      now.has_share = true;
+      now.share = *share;
+      now.share_used = *taken;
+    }
     now.outcome = decide_fact<Sizing>(now, facts[i], i, room, measure, kept);
     if (!stays(now.outcome)) {
       if (Sizing == sizing::needed) facts[i].leave_out();

@@ -10,7 +10,8 @@ std::vector<page_fact> take_page_facts(const fact_blocks& prose, json_meter& met
 }
 
 void page_fact::take_seeds() {
-  if (std::exchange(seeds_taken_, true)) return;
+  if (seeds_taken_) return;
+  seeds_taken_ = 1;
   const host::handle seeds = block_.seeds();
   seeds_.resize(host::size_of_array(seeds));
   for (std::size_t i = 0; i < seeds_.size(); ++i) {
@@ -26,7 +27,7 @@ void page_fact::read_seeds(const host::module_state& state) {
       return grounding_fit::is_citable(state, seeds_[i].value);
     });
   }
-  seeds_read_ = true;
+  seeds_read_ = 1;
 }
 
 sized_value page_fact::seed_at(std::size_t i) {

@@ -16,7 +16,7 @@ struct fact_cost {
 class page_fact {
  public:
   page_fact(fact_block block, std::size_t position, json_meter& meter)
-      : block_(block), position_(position), meter_(&meter) {}
+      : block_(block), meter_(&meter), position_(position), seeds_taken_(0), seeds_read_(0) {}
 
   const fact_block& block() const { return block_; }
   // With the text's least size, it reads all that the rules read, and refuses all that they refuse.
@@ -33,21 +33,20 @@ class page_fact {
   sized_value seed_at(std::size_t i);
 
  private:
+  // A page may have hundreds of both, which stay while its answer is made: they are packed.
   struct seed {
     host::owned value;
-    std::int64_t json_size = -1;
-    bool citable = false;
+    std::int64_t json_size : 63 = -1;
+    bool citable : 1 = false;
   };
 
   void take_seeds();
 
   fact_block block_;
-  std::size_t position_;
   json_meter* meter_;
   std::vector<seed> seeds_;
   std::int64_t text_size_ = -1;
-  bool seeds_taken_ = false;
-  bool seeds_read_ = false;
+  std::size_t position_ : 62, seeds_taken_ : 1, seeds_read_ : 1;
 };
 
 std::vector<page_fact> take_page_facts(const fact_blocks& prose, json_meter& meter);

@@ -42,7 +42,7 @@ owned short_of_share(__int128 sum, double share) {
 owned short_by(const fact_decision& fact, const answer_room& room) {
   switch (fact.outcome) {
     case verdict::over_share:
-      return short_of_share(__int128(fact.share_used) + fact.cost.total(), *fact.share);
+      return short_of_share(__int128(fact.share_used) + fact.cost.total(), fact.share);
     case verdict::over_cap:
       return host::new_wide_integer(fact.tried + room.reserve - k_answer_max_chars);
     default: return host::new_integer(0);
@@ -59,8 +59,8 @@ owned fact_report(const fact_decision& fact, const fact_details& details, const 
       .add("seeds", fact.cost.seeds)
       .add("citable_seeds",
            details.citable_seeds ? host::new_integer(*details.citable_seeds) : host::null());
-  if (fact.share) {
-    report.add("share", std::isfinite(*fact.share) ? host::new_real(*fact.share) : host::null())
+  if (fact.has_share) {
+    report.add("share", std::isfinite(fact.share) ? host::new_real(fact.share) : host::null())
         .add("share_used", fact.share_used);
   }
   return report.add("short_by", short_by(fact, room)).take();

@@ -38,7 +38,7 @@ void describe(std::u32string& out, handle value) {
     case kind::boolean:
     case kind::real: return append(out, view_of(text_form(share(value))));
     case kind::integer:
-      if (const auto small = integer::of(share(value)).small()) {
+      if (const auto small = int64_of(value)) {
         return append(out, std::string_view(std::to_string(*small)));
       }
       return append(out, "an integer beyond 64 bits");

@@ -21,17 +21,22 @@ std::size_t decimal_length(std::int64_t value) {
 
 }  // namespace
 
+std::optional<std::int64_t> int64_of(handle value) noexcept {
+  int overflow = 0;
+  const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
+  return overflow == 0 ? std::optional<std::int64_t>(small) : std::nullopt;
+}
+
 integer integer::of_large(handle value) {
   int overflow = 0;
   integer result(PyLong_AsLongLongAndOverflow(value.get(), &overflow));
-  if (overflow == 0) {
-    if (PyLong_CheckExact(value.get())) result.object_ = owned::share(value);
-    return result;
+  if (overflow != 0) result.small_ = overflow < 0 ? limits::min() : limits::max();
+  if (result.big()) {
+    // An int of a derived type becomes a plain one; a plain one is shared.
+    result.object_ = owned::steal(PyLong_Type.tp_as_number->nb_int(value.get()));
+  } else if (PyLong_CheckExact(value.get())) {
+    result.object_ = share(value);
   }
-  result.small_ = overflow;
-  result.big_ = true;
-  // An int of a derived type becomes a plain one; a plain one is shared.
-  result.object_ = owned::steal(PyLong_Type.tp_as_number->nb_int(value.get()));
   return result;
 }
 
@@ -59,29 +64,26 @@ integer integer::of_text(handle text) {
 }
 
 bool integer::is_greater(const integer& other) const {
-  if (!big_) return other.small_ < 0;
-  if (!other.big_ || small_ != other.small_) return small_ > 0;
   const int greater = PyObject_RichCompareBool(object_.get(), other.object_.get(), Py_GT);
   if (greater < 0) throw raised{};
   return greater != 0;
 }
 
 std::size_t integer::length() const {
-  if (!big_) return decimal_length(small_);
+  if (!big()) return decimal_length(small_);
   return view_of(owned::steal(PyLong_Type.tp_repr(object_.get()))).length();
 }
 
 void integer::expect_writable() const {
-  if (big_) length();
+  if (big()) length();
 }
 
 owned integer::new_object() const { return new_integer(small_); }
 
 std::size_t integer_length(handle value) {
   if (const auto small = small_integer(value)) return decimal_length(*small);
-  int overflow = 0;
-  const long long small = PyLong_AsLongLongAndOverflow(value.get(), &overflow);
-  return overflow == 0 ? decimal_length(small) : integer::of(share(value)).length();
+  if (const auto small = int64_of(value)) return decimal_length(*small);
+  return integer::of(share(value)).length();
 }
 
 }  // namespace grounding_fit::host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 
 #include "host/error.hpp"
@@ -26,21 +27,23 @@ class integer {
   static integer of_text(handle text);  // as the host's int(text); ValueError for anything else
 
   bool operator>(const integer& other) const {
-    return big_ || other.big_ ? is_greater(other) : small_ > other.small_;
+    if (small_ == other.small_ && big()) return is_greater(other);
+    return small_ > other.small_;
   }
   std::size_t length() const;  // of its decimal digits and sign
   owned object() const { return object_ ? share(object_) : new_object(); }
   void expect_writable() const;  // ValueError beyond the host's digit limit
-  std::optional<std::int64_t> small() const { return big_ ? std::nullopt : std::optional(small_); }
+  std::optional<std::int64_t> small() const { return big() ? std::nullopt : std::optional(small_); }
 
  private:
   owned new_object() const;
   static integer of_large(handle integer_or_boolean);
-  bool is_greater(const integer& other) const;
+  using limits = std::numeric_limits<std::int64_t>;
+  bool big() const { return small_ == limits::min() || small_ == limits::max(); }
+  bool is_greater(const integer& other) const;  // of two big ones on the same side
 
-  std::int64_t small_ = 0;  // only the sign of a big one
-  bool big_ = false;
-  owned object_;
+  std::int64_t small_;  // the least or the greatest stands for it and for all beyond
+  owned object_;        // a big one has it
 };
 
 // The value of an integer, or of a boolean, that is small, as nearly all are. Runs no host code.
@@ -48,6 +51,9 @@ inline std::optional<std::int64_t> small_integer(handle integer) noexcept {
   std::int64_t value = 0;
   return version::small_integer(integer.get(), value) ? std::optional(value) : std::nullopt;
 }
+
+// The value of an integer that fits 64 bits. Runs no host code.
+std::optional<std::int64_t> int64_of(handle integer) noexcept;
 
 // Length of an integer's digits and sign, the same in JSON and in a text.
 std::size_t integer_length(handle integer);  // ValueError beyond the host's digit limit

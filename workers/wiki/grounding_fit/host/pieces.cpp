@@ -1,5 +1,7 @@
 #include "host/pieces.hpp"
 
+#include <cstring>
+
 #include "host/value.hpp"
 
 namespace grounding_fit {
@@ -29,7 +31,7 @@ void pieces::add_number(const host::integer& number) {
 
 void pieces::add_number(__int128 number) {
   constexpr std::size_t longest = 40;  // digits and sign of 128 bits
-  auto* digits = static_cast<char*>(pool_.allocate(longest, 1));
+  char digits[longest];
   char* const end = digits + longest;
   char* first = end;
   auto wide = number < 0 ? 0 - static_cast<unsigned __int128>(number)
@@ -43,7 +45,9 @@ void pieces::add_number(__int128 number) {
     narrow /= 10;
   } while (narrow != 0);
   if (number < 0) *--first = '-';
-  add(std::string_view(first, static_cast<std::size_t>(end - first)));
+  const auto length = static_cast<std::size_t>(end - first);
+  auto* kept = static_cast<char*>(std::memcpy(pool_.allocate(length, 1), first, length));
+  add(std::string_view(kept, length));
 }
 
 }  // namespace grounding_fit

@@ -52,7 +52,7 @@ void expect_integer(handle value) {
 
 std::int64_t expect_int64(handle value) {
   expect_integer(value);
-  const auto small = integer::of(share(value)).small();
+  const auto small = int64_of(value);
   if (!small) refuse(fault::overflow, "an integer of at most 64 bits", value);
   return *small;
 }
