@@ -187,9 +187,9 @@ def render_symbol(sym):
     add("inside_refs", "inside this page: ", " references from its own files")
     add("neighbour_refs", "outside this page: its files reference it ", " times")
     add("snippet", "```\n", "\n```")
-    if "snippet" in there:
+    if {"snippet", "snippet_cut"} <= there.keys():
         add("snippet_cut", "body cut: ", f" more lines, to L{text_form(sym.get('end_line', 0))}")
-    elif "body_digest" in there:
+    if "snippet" not in there and "body_digest" in there:
         lines.append(skeleton(text_form(there["body_digest"])))
     if "callees" in there:
         lines.append("calls (static): " + ", ".join(expect(there["callees"], list, tuple)))
