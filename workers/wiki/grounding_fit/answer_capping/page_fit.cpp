@@ -208,8 +208,8 @@ page_fit fit_page_context(const module_state& state, handle result, grounding_pa
   }
   page_call call = {state, given, meter, parts, budget, {}};
   if (given.has_prior()) {
-    const std::size_t prior_chars = given.prior().length();
-    call.prior = prior_item(prior_chars, given.page_id());
+    owned page_id = given.page_id();
+    call.prior = prior_item(given.prior().length(), std::move(page_id));
     if (fits_without_prior<Sizing>(fit, state, given, call.prior)) return fit;
   }
   rebuild<Sizing>(fit, call);
