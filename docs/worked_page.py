@@ -299,8 +299,7 @@ def verdict_of(page: Run, name: str) -> dict:
 def changes_section(page: Run) -> str:
     """Make the three usual changes to the page of the report, and show what they do."""
     refused = verdict_of(page, "Call sites")
-    each_seed = fit._json_size(page.parts.prose[-2].seeds[0]) + 2
-    fewer = 160 - math.ceil(refused["short_by"] / each_seed)
+    fewer = fit._most(160, lambda seeds: verdict_of(run(page.budget, seeds), "Call sites")["kept"])
     over = verdict_of(page, "tide digest")
     least = (over["share_used"] + over["text"] + over["seeds"]) / page.characters["room"]
     share = math.ceil(100 * least) / 100
