@@ -1,11 +1,13 @@
 """What the module says of itself: names, signatures, docstrings, and its documents."""
 
+import ast
 import inspect
 import re
 
 from harness import HOST_NAMES, ROOT, UsualHost, fit, model, parts, run_python
 
 RECORDS = (fit.FactBlock, fit.GroundingParts, fit.SectionBudget)
+STUB = (ROOT / "grounding_fit.pyi").read_text(encoding="utf-8")
 DOCUMENTS = [ROOT / "README.md", *sorted(ROOT.glob("docs/*.md"))]
 
 
@@ -28,6 +30,12 @@ class Contract(UsualHost):
             for field in record.__match_args__:
                 self.assertTrue(getattr(record, field).__doc__, f"{record.__name__}.{field}")
 
+    def test_the_stub_tells_the_values(self):
+        told = re.findall(r"^(\w+): Final = ([^#\n]+)", STUB, re.MULTILINE)
+        self.assertGreater(len(told), 5)
+        for name, value in told:
+            self.assertEqual(getattr(fit, name), ast.literal_eval(value.strip()), name)
+
     def test_named_arguments(self):
         self.assertEqual(fit._code_cut(total=4, kept=0, listed=0), fit._code_cut(0, 0, 4))
         self.assertEqual(fit._fit_page_context(budget=1, result={}, parts=parts()), {})
@@ -47,7 +55,6 @@ class Contract(UsualHost):
         for document in DOCUMENTS:
             told |= set(re.findall(r"`([A-Za-z_]\w*)", document.read_text(encoding="utf-8")))
         self.assertEqual(set(fit.__all__) - told, set())
-        stub = (ROOT / "grounding_fit.pyi").read_text(encoding="utf-8")
-        known = set(re.findall(r"\w+", stub)).union(HOST_NAMES)
+        known = set(re.findall(r"\w+", STUB)).union(HOST_NAMES)
         stale = {name for name in told - known if re.match("_[A-Za-z]", name)}
         self.assertEqual(stale, set(), "told, but nowhere to be found")
