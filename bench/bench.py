@@ -116,8 +116,8 @@ def heading(args: argparse.Namespace) -> str:
     command = " ".join(["./dev bench --markdown docs/benchmarks.md", *flags])
     how = (
         f"`{command}` wrote this page, and repeats it. Module and plain Python take turns in one "
-        "process on pages of the interpreter's own library, and must give the same results. Ratios "
-        "vary far less from run to run than times do, and instructions hardly at all."
+        "process on pages of the interpreter's own library, and must give the same results. Times "
+        "vary with what else the machine does, ratios of the least times less, instructions hardly."
     )
     return f"# Benchmarks\n\n{textwrap.fill(how, 100)}\n\nMachine: {machine()}."
 
