@@ -75,7 +75,7 @@ struct answer_room {
   __int128 base = 0;        // the answer with the blocks that always stay, and no code body
   __int128 room = 0;        // what the cap leaves beside it
   double floor_share = 0;   // the code's share of that
-  __int128 floor = 0;       // the same, truncated, as far out as sizes go
+  __int128 floor = 0;       // the same, truncated
   __int128 all_bodies = 0;  // what the bodies that the tokens allow would add
   __int128 reserve = 0;     // the smaller of the two, kept free while facts are chosen
 };
