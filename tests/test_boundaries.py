@@ -14,7 +14,7 @@ import types
 import unittest
 from unittest import mock
 
-from harness import CAP, HOST, UsualHost, find, fit, load, model
+from harness import CAP, HOST, UsualHost, find, fit, load, model, over
 from harness import parts as page
 
 MODULES = HOST.modules()
@@ -66,6 +66,9 @@ class TextForms(UsualHost):
                 self.assertIn(f" — {value}:L0", fit.render_symbol({}))
                 self.assertIn(f" — {value}:L0", fit._listed({}))
                 self.assertRaises(TypeError, fit.symbol_seeds, [{"file": "f", "line": 1}])
+                listed = page([], [("top", {}), ("x" * CAP, {"file": "f", "line": 1})])
+                said = fit._fit_page_context(over(), listed, 1)["grounding"]
+                self.assertIn(f" — {value}:L1", said)
                 HOST.set()
                 answer = {"page_id": value, "prior_markdown": "m" * CAP}
                 said = fit._fit_page_context(answer, page(), 1)["truncated"]
