@@ -55,6 +55,19 @@ class Answers(UsualHost):
         named = sum(block.label() in note for block in page.prose if block not in kept)
         self.assertEqual(len(kept) + named + more, len(page.prose))
 
+    def test_keys_of_one_text(self):
+        """The first one counts; what else has its text is carried over."""
+
+        class Key(str):
+            __eq__ = object.__eq__
+            __hash__ = object.__hash__
+
+        names = ["prior_markdown", "truncated"]
+        answer = over(**{name: name for name in names}) | {Key(name): "odd" for name in names}
+        made = fit._fit_page_context(answer, parts(), 1)
+        told = [[value for key, value in made.items() if str(key) == name] for name in names]
+        self.assertEqual(told, [[None, "odd"], [made["truncated"], "odd"]])
+
     def test_the_same_objects(self):
         seeds = [{"path": "a", "line_start": 1}, {"path": "b", "line_start": 0}]
         page = parts([Block("## Files", seeds)])
