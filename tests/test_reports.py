@@ -6,7 +6,7 @@ import math
 from operator import is_
 from unittest import mock
 
-from harness import HOST, UsualHost, fit, model
+from harness import HOST, UsualHost, fit, model, over, parts
 from pages import Source
 
 PAGES = 600
@@ -86,6 +86,17 @@ class Reports(UsualHost):
                 self.assertEqual(now["verdict"] == "over its share", still_over)
             tried += 1
         self.assertGreater(tried, 15)
+
+    def test_a_share_far_below_nothing(self):
+        """By how much it is too small is told as long as a double tells one from the next."""
+        told = set()
+        for share in (-1e11, -2.2e11, -2.4e11, -1e12, -1e300, -math.inf):
+            budget = fit.SectionBudget(shares={"digest": share})
+            page = parts([fit.FactBlock("d", key="digest")], budget=budget)
+            report = fit.explain_page_context(over(), page, 1)[1]
+            self.assertEqual(report, model.explain_page_context(over(), page, 1)[1])
+            told.add(report["facts"][0]["short_by"] is None)
+        self.assertEqual(told, {False, True})
 
     def test_two_estimates_more(self):
         parts = fit.GroundingParts([fit.FactBlock("f" * 90)], [("code", {})], set())
