@@ -46,6 +46,9 @@ class WorkedCases(UsualHost):
         symbols = [{"file": "f", "line": first, "end_line": last} for first, last in pairs]
         ends = [seed["line_end"] for seed in fit.symbol_seeds(symbols)]
         self.assertEqual(ends, [max(pair) for pair in pairs])
+        floats = [2.0**62, 2.0**63, 1e19]
+        seeds = fit.symbol_seeds([{"file": "f", "line": line} for line in floats])
+        self.assertEqual([seed["line_start"] for seed in seeds], list(map(int, floats)))
 
     def test_labels(self):
         cases = [
