@@ -117,6 +117,8 @@ class WorkedCases(UsualHost):
         [cut] = fit._code_cut(-(2**63), 2**63 - 1, 2**63 - 1)
         self.assertIn(f"of {2**64 - 1} of {2**63 - 1} ", cut.replace("bodies of", "of", 1))
         self.assertIn(f" {2**63} not at all", cut)
+        [cut] = fit._code_cut(-(2**63), -(2**63), 2**63 - 1)
+        self.assertIn(f" {2**64 + 2**63 - 1} not at all", cut)
         self.assertEqual([fit._code_cut(kept, 0, 4) for kept in (4, 5)], [[], []])
 
     def test_search(self):
