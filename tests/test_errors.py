@@ -20,7 +20,7 @@ class Errors(UsualHost):
         limited = parts([Block("", key="k")], budget=fit.SectionBudget(shares={"k": None}))
         parameter = {"parameters": [{"name": 3}]}
         deep = {"a": [1, {"b": {2}}]}
-        single = parts((), [("a",)])
+        single, three = (parts((), [("a", {}, 1)[:count]]) for count in (1, 3))
         prior = over(prior_markdown=[1])
         cases = [
             (
@@ -31,6 +31,7 @@ class Errors(UsualHost):
             ("value[0]: expected string keys, got 1", fit._json_size, [{1: 2}]),
             ("['parameters'][0]['name']: expected a string, got 3", fit.render_symbol, parameter),
             ("blocks[0]: expected a pair (tuple or list of two), got 1 items", within, single, 1),
+            ("blocks[0]: expected a pair (tuple or list of two), got 3 items", within, three, 1),
             ("prose[0]: expected a FactBlock of this module, got 3", within, parts([3]), 1),
             ("parts: expected a GroundingParts of this module, got 3", context, over(), 3, 4),
             ("result: expected an object (dict), got list", context, [], parts(), 4),
