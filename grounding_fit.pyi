@@ -345,8 +345,7 @@ def _blocks_within(parts: GroundingParts, budget: int) -> int:
     """Return how many symbol blocks a page's budget, in tokens, keeps whole."""
 
 def _assemble_grounding(
-    parts: GroundingParts,
-    budget: int,
+    parts: GroundingParts, budget: int
 ) -> tuple[str, list[str], list[str], list[_CitationSeed]]:
     """Return (grounding, symbols, files, seeds): a page's grounding under a budget in tokens."""
 

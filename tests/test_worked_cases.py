@@ -34,14 +34,7 @@ class WorkedCases(UsualHost):
             {"file": "x"},
         ]
         self.assertEqual(fit.symbol_seeds(symbols), [fit.seed("f", 7)])
-        edges = [
-            1,
-            2**30,
-            2**63 - 2,
-            2**63 - 1,
-            2**63,
-            2**64,
-        ]  # where integers grow wider
+        edges = [1, 2**30, 2**63 - 2, 2**63 - 1, 2**63, 2**64]
         pairs = [(first, last) for first in edges for last in [*edges, -(2**63), -(2**64)]]
         symbols = [{"file": "f", "line": first, "end_line": last} for first, last in pairs]
         ends = [seed["line_end"] for seed in fit.symbol_seeds(symbols)]
