@@ -68,6 +68,14 @@ class Answers(UsualHost):
         told = [[value for key, value in made.items() if str(key) == name] for name in names]
         self.assertEqual(told, [[None, "odd"], [made["truncated"], "odd"]])
 
+    def test_what_no_answer_lists_is_not_read(self):
+        """All symbols have their body, and none of the answers tried lists the one at 40."""
+        records = [{"fqn": f"S{i}"} for i in range(100)]
+        records[40]["signature"] = b"no JSON value"
+        page = parts([], [("x", record) for record in records])
+        made = fit._fit_page_context(over(), page, CAP)
+        self.assertEqual(made["symbols"], [record["fqn"] for record in records])
+
     def test_the_same_objects(self):
         seeds = [{"path": "a", "line_start": 1}, {"path": "b", "line_start": 0}]
         page = parts([Block("## Files", seeds)])
