@@ -37,14 +37,23 @@ fact_blocks::fact_blocks(const module_state& state, grounding_parts parts) : ite
   }
 }
 
-owned fact_text(const fact_blocks& prose) {
-  pieces text;
-  for (std::size_t i = 0; i < prose.size(); ++i) {
-    const text_view block = host::view_of(prose[i].text());
-    if (!text.empty() && !block.empty()) text.add("\n\n");
-    text.add(block);
+owned joined_by_blank_lines(std::span<const text_view> texts) {
+  pieces all;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i > 0) all.add("\n\n");
+    all.add(texts[i]);
   }
-  return text.text();
+  return all.text();
+}
+
+owned fact_text(const fact_blocks& prose) {
+  std::vector<text_view> texts;
+  texts.reserve(prose.size());
+  for (std::size_t i = 0; i < prose.size(); ++i) {
+    const text_view text = host::view_of(prose[i].text());
+    if (!text.empty()) texts.push_back(text);
+  }
+  return joined_by_blank_lines(texts);
 }
 
 // ---- what a field can hold, and what stands in for one that is not given ------------------------

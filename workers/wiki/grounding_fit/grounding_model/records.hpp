@@ -59,7 +59,8 @@ class fact_blocks {
   host::items items_;
 };
 
-// The text of every fact block that has one, joined by blank lines.
+host::owned joined_by_blank_lines(std::span<const text_view> texts);
+// The text of every fact block that has one, joined so.
 host::owned fact_text(const fact_blocks& prose);
 
 }  // namespace grounding_fit

@@ -11,15 +11,6 @@ using host::utility;
 
 namespace {
 
-owned joined_by_blank_lines(std::span<const text_view> texts) {
-  pieces all;
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    if (i > 0) all.add("\n\n");
-    all.add(texts[i]);
-  }
-  return all.text();
-}
-
 owned truncated(const module_state& state, handle text, __int128 room) {
   const owned tokens = host::new_unsigned(static_cast<std::uint64_t>(room));
   owned cut = host::call(state[utility::truncate_to_tokens], text, tokens);
@@ -122,8 +113,7 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   made.room = std::max<__int128>(0, __int128(budget) - made.code);
   made.facts = truncated(state, facts, made.room);
 
-  // The host is asked to estimate every block kept; the grounding leaves those without text
-  // out.
+  // The host is asked to estimate every block kept; only those with a text go into the grounding.
   std::erase_if(shown, [](text_view text) { return text.empty(); });
   if (!host::text_is_empty(made.facts)) shown.insert(shown.begin(), host::view_of(made.facts));
   made.text = joined_by_blank_lines(shown);
