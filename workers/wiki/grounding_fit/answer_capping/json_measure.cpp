@@ -29,41 +29,37 @@ class level {
 };
 
 // A huge integer is measured in any case: the host may refuse to write it.
-template <extent Extent>
-std::int64_t integer_size(handle value) {
-  if (Extent == extent::least && host::small_integer(value)) return 1;
+std::int64_t integer_size(handle value, precision how) {
+  if (how == precision::bound && host::small_integer(value)) return 1;
   return static_cast<std::int64_t>(host::integer_length(value));
 }
 
-template <extent Extent>
-std::int64_t real_size(handle value) {
+std::int64_t real_size(handle value, precision how) {
   constexpr std::int64_t shortest = 3;  // "0.5" and "NaN"
-  return Extent == extent::least ? shortest : static_cast<std::int64_t>(host::real_length(value));
+  return how == precision::bound ? shortest : static_cast<std::int64_t>(host::real_length(value));
 }
 
 }  // namespace
 
-template <extent Extent>
-std::int64_t json_meter::size_of(handle value) {
+std::int64_t json_meter::size_of(handle value, precision how) {
   switch (host::kind_of(value)) {
-    case kind::text: return json_string_size<Extent>(host::view_of(value));
-    case kind::integer: return integer_size<Extent>(value);
-    case kind::object: return size_of_object<Extent>(owned::share(value));
-    case kind::array: return size_of_array<Extent>(owned::share(value));
+    case kind::text: return json_string_size(host::view_of(value), how);
+    case kind::integer: return integer_size(value, how);
+    case kind::object: return size_of_object(owned::share(value), how);
+    case kind::array: return size_of_array(owned::share(value), how);
     case kind::null: return 4;
     case kind::boolean: return host::truth_of(value) ? 4 : 5;
-    case kind::real: return real_size<Extent>(value);
+    case kind::real: return real_size(value, how);
     default: host::refuse(host::fault::type, "a JSON value", value);
   }
 }
 
-template <extent Extent>
-std::int64_t json_meter::size_of_array(owned array) {
+std::int64_t json_meter::size_of_array(owned array, precision how) {
   const level here(levels_left_);
   tally items;
   std::size_t i = 0;
   try {
-    for (; const handle item = host::array_item(array, i); ++i) items.add(size_of<Extent>(item));
+    for (; const handle item = host::array_item(array, i); ++i) items.add(size_of(item, how));
   } catch (host::bad_value& error) {
     error.prepend(i);
     throw;
@@ -71,14 +67,13 @@ std::int64_t json_meter::size_of_array(owned array) {
   return items.bracketed();
 }
 
-template <extent Extent>
-std::int64_t json_meter::size_of_object(owned object) {
+std::int64_t json_meter::size_of_object(owned object, precision how) {
   const level here(levels_left_);
   tally members;
   host::dict_cursor cursor(object);
   std::size_t position = 0;
   for (handle key, value; cursor.next(key, value);) {
-    members.add(size_of_member<Extent>(position++, key, value));
+    members.add(size_of_member(position++, key, value, how));
   }
   return members.bracketed();
 }
@@ -91,24 +86,19 @@ std::int64_t json_meter::size_of_new_key(std::size_t position, handle key) {
   return size;
 }
 
-template <extent Extent>
-std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle value) {
+std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle value,
+                                        precision how) {
   const std::int64_t size = size_of_key(position, key) + 2;
   const kind what = host::kind_of(value);
-  if (what == kind::text) return size + json_string_size<Extent>(host::view_of(value));
-  if (what == kind::integer) return size + integer_size<Extent>(value);
+  if (what == kind::text) return size + json_string_size(host::view_of(value), how);
+  if (what == kind::integer) return size + integer_size(value, how);
   const owned held = owned::share(key);
   try {
-    return size + size_of<Extent>(value);
+    return size + size_of(value, how);
   } catch (host::bad_value& error) {
     error.prepend_key(host::view_of(held));
     throw;
   }
 }
-
-template std::int64_t json_meter::size_of<extent::exact>(handle);
-template std::int64_t json_meter::size_of<extent::least>(handle);
-template std::int64_t json_meter::size_of_member<extent::exact>(std::size_t, handle, handle);
-template std::int64_t json_meter::size_of_member<extent::least>(std::size_t, handle, handle);
 
 }  // namespace grounding_fit

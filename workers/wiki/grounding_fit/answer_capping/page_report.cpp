@@ -42,7 +42,7 @@ owned short_of_share(__int128 sum, double share) {
 owned short_by(const fact_decision& fact, const answer_room& room) {
   switch (fact.outcome) {
     case verdict::over_share:
-      return short_of_share(__int128(fact.share_used) + fact.cost.total(), fact.share);
+      return short_of_share(__int128(fact.share_used) + fact.cost.total(), *fact.share);
     case verdict::over_cap:
       return host::new_wide_integer(fact.tried + room.reserve - k_answer_max_chars);
     default: return host::new_integer(0);
@@ -59,8 +59,8 @@ owned fact_report(const fact_decision& fact, const fact_details& details, const 
       .add("seeds", fact.cost.seeds)
       .add("citable_seeds",
            details.citable_seeds ? host::new_integer(*details.citable_seeds) : host::null());
-  if (fact.has_share) {
-    report.add("share", std::isfinite(fact.share) ? host::new_real(fact.share) : host::null())
+  if (fact.share) {
+    report.add("share", std::isfinite(*fact.share) ? host::new_real(*fact.share) : host::null())
         .add("share_used", fact.share_used);
   }
   return report.add("short_by", short_by(fact, room)).take();
@@ -91,6 +91,22 @@ owned note_report(const note_decision& note) {
 
 }  // namespace
 
+std::vector<fact_details> details_of(const host::module_state& state, std::vector<page_fact>& facts,
+                                     const std::vector<fact_decision>& decisions) {
+  std::vector<fact_details> details(facts.size());
+  tally shown;  // seeds of the blocks that stay so far
+  for (std::size_t i = 0; i < facts.size(); ++i) {
+    details[i].label = facts[i].block().label();
+    details[i].key = host::share(facts[i].block().key());
+    if (!host::succeeds([&] { facts[i].read_seeds(state); })) continue;
+    tally with = shown;
+    with += facts[i].as_part(precision::exact).sizes.seeds;
+    details[i].citable_seeds = with.bracketed() - shown.bracketed();
+    if (stays(decisions[i].outcome)) shown = with;
+  }
+  return details;
+}
+
 owned report_of(const page_fit& fit) {
   new_object report;
   report.add("outcome", name_of(fit.outcome))
@@ -100,15 +116,15 @@ owned report_of(const page_fit& fit) {
   if (fit.outcome == fit_outcome::fits) return report.take();
   if (fit.outcome != fit_outcome::fits_without_prior) {
     std::vector<owned> facts;
-    facts.reserve(fit.facts.size());
-    for (std::size_t i = 0; i < fit.facts.size(); ++i) {
-      facts.push_back(fact_report(fit.facts[i], fit.details[i], fit.room));
+    facts.reserve(fit.chosen.facts.size());
+    for (std::size_t i = 0; i < fit.chosen.facts.size(); ++i) {
+      facts.push_back(fact_report(fit.chosen.facts[i], fit.details[i], fit.chosen.room));
     }
-    report.add("base", fit.room.base)
-        .add("room", fit.room.room)
-        .add("floor", host::integer::of(fit.room.floor_share).object())
-        .add("all_bodies", fit.room.all_bodies)
-        .add("reserve", fit.room.reserve)
+    report.add("base", fit.chosen.room.base)
+        .add("room", fit.chosen.room.room)
+        .add("floor", host::integer::of(fit.chosen.room.floor_share).object())
+        .add("all_bodies", fit.chosen.room.all_bodies)
+        .add("reserve", fit.chosen.room.reserve)
         .add("facts", host::new_list(std::move(facts)))
         .add("symbols", symbols_report(fit));
   }

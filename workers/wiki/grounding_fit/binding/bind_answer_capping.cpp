@@ -72,35 +72,38 @@ never called with 0.)",
       }));
     }};
 
-// The measure that a host hands to _fit_prose: called with a list of its own every time.
-class host_measure {
+// Answers that the caller of _fit_prose measures: by its `size`, which gets a list of its own every
+// time.
+class callers_candidate final : public candidate {
  public:
-  using shown = std::vector<std::size_t>;
-
-  host_measure(handle size, handle total, const fact_blocks& prose)
+  callers_candidate(handle size, handle total, const fact_blocks& prose)
       : size_(size), total_(total), prose_(prose), none_(host::new_integer(0)) {}
 
-  shown of(std::span<const std::size_t> facts) const { return {facts.begin(), facts.end()}; }
-  shown with(shown facts, std::size_t fact) const {
-    facts.push_back(fact);
-    return facts;
-  }
-  std::int64_t size(const shown& facts, bodies show) const {
+  std::int64_t size_of(std::span<const std::size_t> facts, bodies show, size_limit) override {
     const handle count = show == bodies::within_tokens ? total_ : handle(none_);
-    return expect_int64("result of size", host::call(size_, list(facts), count));
+    return expect_int64("result of size", host::call(size_, list_of(facts), count));
   }
+  std::int64_t size_with(std::size_t fact, size_limit limit) override {
+    kept_.push_back(fact);  // for as long as it is measured
+    const std::int64_t size = size_of(kept_, bodies::none, limit);
+    kept_.pop_back();
+    return size;
+  }
+  void keep(std::size_t fact) override { kept_.push_back(fact); }
+  owned kept() const { return list_of(kept_); }
 
-  owned list(const shown& facts) const {
+ private:
+  owned list_of(std::span<const std::size_t> facts) const {
     std::vector<owned> blocks;
     blocks.reserve(facts.size());
     for (const std::size_t fact : facts) blocks.push_back(host::share(prose_[fact].record));
     return host::new_list(std::move(blocks));
   }
 
- private:
   handle size_, total_;
   const fact_blocks& prose_;
   owned none_;
+  std::vector<std::size_t> kept_;
 };
 
 constexpr function k_fit_prose = {
@@ -117,22 +120,21 @@ Raises ValueError when the code_floor's product with the room is not finite.)",
       within("size", [&] { host::expect_callable(given[1]); });
       const fact_blocks prose(state, parts);
       json_meter meter;
-      std::vector<page_fact> facts = take_page_facts(prose, meter);
-      host_measure measure(given[1], given[2], prose);
-      const auto chosen = choose_facts<sizing::all>(fact_policy(state, parts), facts, measure);
+      std::vector<page_fact> facts = page_facts_of(prose, meter);
+      callers_candidate answer(given[1], given[2], prose);
+      const fact_choice chosen = choose_facts(state, parts, facts, answer, counting::all);
 
       std::vector<owned> labels;
       for (std::size_t i = 0; i < facts.size(); ++i) {
-        if (!stays(chosen.decisions[i].outcome)) labels.push_back(prose[i].label());
+        if (!stays(chosen.facts[i].outcome)) labels.push_back(prose[i].label());
       }
-      return host::tuple_of(measure.list(chosen.kept), host::new_list(std::move(labels)));
+      return host::tuple_of(answer.kept(), host::new_list(std::move(labels)));
     }};
 
-template <sizing Sizing>
-page_fit fit_given(const module_state& state, const arguments& given) {
+page_fit fit_given(const module_state& state, const arguments& given, counting how) {
   const grounding_parts parts = expect_parts(state, given[1]);
   within("result", [&] { host::expect_dict(given[0]); });
-  return fit_page_context<Sizing>(state, given[0], parts, expect_int64("budget", given[2]));
+  return fit_page_context(state, given[0], parts, expect_int64("budget", given[2]), how);
 }
 
 constexpr function k_fit_page_context = {
@@ -146,7 +148,7 @@ budget: int, the page's budget in tokens. A capped answer is a new dict whose `t
 what was left out; it is over the cap only when that still is too large without any code.
 Raises KeyError('page_id') when a prior_markdown must go and the answer has no page_id.)",
     [](const module_state& state, const arguments& given) {
-      return std::move(fit_given<sizing::needed>(state, given).answer);
+      return std::move(fit_given(state, given, counting::as_needed).answer);
     }};
 
 constexpr function k_explain_page_context = {
@@ -160,7 +162,7 @@ hold, its sizes in JSON characters: the outcome, the room and what of it was kep
 every fact block its verdict and by how much it fell short, what stopped the bodies, and what the
 note took off. docs/fitting.md shows how to read one.)",
     [](const module_state& state, const arguments& given) {
-      page_fit fit = fit_given<sizing::all>(state, given);
+      page_fit fit = fit_given(state, given, counting::all);
       owned report = report_of(fit);
       return host::tuple_of(std::move(fit.answer), std::move(report));
     }};

@@ -37,19 +37,8 @@ class listed_line {
   text_view what_;
 };
 
-// What a listing is: its heading, and each line after a line feed. `text` takes a literal, `line`
-// the number of a line.
-template <class Text, class Line>
-void describe_listing(std::size_t count, Text&& text, Line&& line) {
-  if (count == 0) return;
-  text(k_listed_heading);
-  for (std::size_t i = 0; i < count; ++i) {
-    text(k_line_feed);
-    line(i);
-  }
-}
-
-// The listing of the first `count` records; an empty text for none.
+// The listing of the first `count` records: a heading, and each line after a line feed; an empty
+// text for none.
 template <symbol_records Records>
 host::owned make_listing(const host::module_state& state, const Records& records,
                          std::size_t count) {
@@ -60,9 +49,11 @@ host::owned make_listing(const host::module_state& state, const Records& records
     host::within(records.place_of(i), [&] { lines.emplace_back(state, records[i], norm); });
   }
   pieces listing;
-  describe_listing(
-      count, [&](const literal& text) { text.write(listing); },
-      [&](std::size_t i) { lines[i].write(listing); });
+  if (count > 0) k_listed_heading.write(listing);
+  for (const listed_line& line : lines) {
+    k_line_feed.write(listing);
+    line.write(listing);
+  }
   return listing.text();
 }
 
