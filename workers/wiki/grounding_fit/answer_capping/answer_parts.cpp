@@ -1,5 +1,7 @@
 #include "answer_capping/answer_parts.hpp"
 
+#include "python/make.hpp"
+
 namespace grounding_fit {
 
 namespace {
@@ -7,14 +9,14 @@ namespace {
 std::int64_t size_of_seed(const symbol_lines& lines) {
   struct {
     tally members;
-    void operator()(host::key which, const host::owned& text) {
-      add(which, json_string_size(host::view_of(text)));
+    void operator()(py::key which, const py::owned& text) {
+      add(which, json_string_size(py::view_of(text)));
     }
-    void operator()(host::key which, const host::integer& number) {
+    void operator()(py::key which, const py::integer& number) {
       add(which, static_cast<std::int64_t>(number.length()));
     }
-    void add(host::key which, std::int64_t value) {
-      members.add(member_size(host::name_of(which), value));
+    void add(py::key which, std::int64_t value) {
+      members.add(member_size(py::name_of(which), value));
     }
   } seed;
   lines.describe_seed(seed);
@@ -25,89 +27,86 @@ std::int64_t size_of_seed(const symbol_lines& lines) {
 
 void fitted_values::add(const part& each) {
   if (each.line != nullptr) {
-    k_line_feed.write(text_);
-    each.line->write(text_);
+    each.line->write_in_listing(text_);
   } else if (each.sizes.texts.count > 0) {
-    if (std::exchange(any_text_, true)) k_blank_line.write(text_);
+    if (std::exchange(any_text_, true)) text_.add(k_blank_line);
     text_.add(each.text);
   }
-  if (each.name) names_.push_back(host::share(each.name));
+  if (each.name) names_.push_back(py::new_ref(each.name));
   for (const sized_seed& seed : each.seeds) {
-    if (seed.citable) seeds_.push_back(host::share(seed.value));
+    if (seed.citable) seeds_.push_back(py::new_ref(seed.value));
   }
 }
 
-std::array<host::owned, 3> fitted_values::take() {
-  return {text_.text(), host::new_list(std::move(names_)), host::new_list(std::move(seeds_))};
+std::array<py::owned, 3> fitted_values::build() {
+  return {text_.text(), py::new_list(std::move(names_)), py::new_list(std::move(seeds_))};
 }
 
 // ---- facts --------------------------------------------------------------------------------------
 
-std::vector<page_fact> page_facts_of(const fact_blocks& prose, json_meter& meter) {
-  std::vector<page_fact> facts;
-  facts.reserve(prose.size());
-  for (std::size_t i = 0; i < prose.size(); ++i) facts.emplace_back(prose[i], i, meter);
-  return facts;
-}
+page_facts::page_facts(const py::module_state& state, const fact_blocks& prose, json_meter& meter)
+    : state_(state), prose_(prose), meter_(meter), facts_(prose.size()) {}
 
-void page_fact::hold_seeds() {
-  if (seeds_held_) return;
-  seeds_held_ = 1;
-  const host::handle seeds = block_.seeds();
-  seeds_.resize(host::size_of_array(seeds));
-  for (std::size_t i = 0; i < seeds_.size(); ++i) {
-    seeds_[i].value = host::share(host::array_item(seeds, i));
+page_facts::fact& page_facts::with_seeds(std::size_t i) {
+  fact& of = facts_[i];
+  if (std::exchange(of.seeds_held, true)) return of;
+  const py::handle seeds = block(i).seeds();
+  of.seeds.reserve(py::size_of_array(seeds));
+  for (std::size_t j = 0; const py::item_ref seed = py::array_item(seeds, j); ++j) {
+    of.seeds.push_back({py::new_ref(seed)});
   }
+  return of;
 }
 
-void page_fact::read_seeds(const host::module_state& state) {
-  if (seeds_read_) return;
-  hold_seeds();
-  for (std::size_t i = 0; i < seeds_.size(); ++i) {
-    seeds_[i].citable =
-        host::within(seed_place(position_, i), [&] { return is_citable(state, seeds_[i].value); });
+void page_facts::read_seeds(std::size_t i) {
+  fact& of = with_seeds(i);
+  if (of.seeds_read) return;
+  for (std::size_t j = 0; j < of.seeds.size(); ++j) {
+    sized_seed& seed = of.seeds[j];
+    seed.citable = py::within(seed_place(i, j), [&] { return is_citable(state_, seed.value); });
   }
-  seeds_read_ = 1;
+  of.seeds_read = true;
 }
 
-std::int64_t page_fact::size_of_seed(std::size_t i) {
-  sized_seed& seed = seeds_[i];
+std::int64_t page_facts::size_of_seed(std::size_t i, std::size_t j) {
+  sized_seed& seed = facts_[i].seeds[j];
   if (seed.size < 0) {
-    seed.size = host::within(seed_place(position_, i), [&] { return meter_->size_of(seed.value); });
+    seed.size = py::within(seed_place(i, j), [&] { return meter_.size_of(seed.value); });
   }
   return seed.size;
 }
 
-fact_cost page_fact::cost(size_limit limit) {
-  hold_seeds();
+fact_cost page_facts::cost(std::size_t i, size_limit limit) {
+  fact& of = with_seeds(i);
   tally seeds;
-  for (std::size_t i = 0; i < seeds_.size(); ++i) seeds.add(size_of_seed(i));
-  const std::int64_t other = 2 + seeds.bracketed();
-  const text_view text = host::view_of(block_.text());
-  const std::int64_t inner =
-      size_up_to(limit - other, [&](precision how) { return size_of_text(text, how, text_size_); });
+  for (std::size_t j = 0; j < of.seeds.size(); ++j) seeds.add(size_of_seed(i, j));
+  const text_view text = py::view_of(block(i).text());
+  const std::int64_t inner = size_up_to(limit - 2 - seeds.bracketed(), [&](precision how) {
+    return inner_size_once(text, how, of.text_size);
+  });
   return {2 + inner, seeds.bracketed()};
 }
 
-part page_fact::as_part(precision how) {
-  if (!citable_) {
+part page_facts::as_part(std::size_t i, precision how) {
+  fact& of = facts_[i];
+  if (of.citable.count < 0) {
     tally citable;
-    for (std::size_t i = 0; i < seeds_.size(); ++i) {
-      if (seeds_[i].citable) citable.add(size_of_seed(i));
+    for (std::size_t j = 0; j < of.seeds.size(); ++j) {
+      if (of.seeds[j].citable) citable.add(size_of_seed(i, j));
     }
-    citable_ = citable;
+    of.citable = citable;
   }
   part made;
-  made.text = host::view_of(block_.text());
-  if (!made.text.empty()) made.sizes.texts.add(size_of_text(made.text, how, text_size_));
-  made.seeds = seeds_;
-  made.sizes.seeds = *citable_;
+  made.text = py::view_of(block(i).text());
+  if (!made.text.empty()) made.sizes.texts.add(inner_size_once(made.text, how, of.text_size));
+  made.seeds = of.seeds;
+  made.sizes.seeds = of.citable;
   return made;
 }
 
 // ---- symbols ------------------------------------------------------------------------------------
 
-page_symbols::page_symbols(const host::module_state& state, std::vector<symbol_block> blocks,
+page_symbols::page_symbols(const py::module_state& state, std::vector<symbol_block> blocks,
                            std::size_t within_tokens)
     : state_(state),
       count_(blocks.size()),
@@ -132,15 +131,15 @@ void page_symbols::read(code_amount code) {
   for (std::size_t i = code.bodies; i < shown; ++i) read_line_of(i);
   for (; names_read_ < shown; ++names_read_) {
     symbol& each = symbols_[names_read_];
-    each.name = host::within(record_place(names_read_),
-                             [&] { return read_symbol_name(state_, each.block.record); });
-    if (each.name) each.name_size = json_string_size(host::view_of(each.name));
+    each.name = py::within(place_of_block(names_read_),
+                           [&] { return read_symbol_name(state_, each.block.record); });
+    if (each.name) each.name_size = json_string_size(py::view_of(each.name));
   }
   const std::size_t sized = lines_read_;
   for (; lines_read_ < code.bodies; ++lines_read_) {
     symbol& each = symbols_[lines_read_];
-    each.lines = host::within(record_place(lines_read_),
-                              [&] { return read_symbol_lines(state_, each.block.record, norm_); });
+    each.lines = py::within(place_of_block(lines_read_),
+                            [&] { return read_symbol_lines(state_, each.block.record, norm_); });
     each.seed.citable = each.lines.citable();
   }
   for (std::size_t i = sized; i < lines_read_; ++i) {
@@ -152,8 +151,8 @@ void page_symbols::read_line_of(std::size_t i) {
   symbol& each = symbols_[i];
   if (each.line_size >= 0) return;
   each.line =
-      host::within(record_place(i), [&] { return listed_line(state_, each.block.record, norm_); });
-  each.line_size = each.line.escaped_length();
+      py::within(place_of_block(i), [&] { return listed_line(state_, each.block.record, norm_); });
+  each.line_size = each.line.size_in_listing();
 }
 
 }  // namespace grounding_fit

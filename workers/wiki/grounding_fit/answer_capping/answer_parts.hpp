@@ -1,18 +1,16 @@
 // What a rebuilt answer is made of: a `part` for each fact, each body and each listed line.
 //
 // An answer that is tried is measured and not built: its size is a sum over its parts, and building
-// is a walk over the same parts. Each value is read and sized once, when an answer first shows it,
+// is a walk over the same parts. Each value is read and sized once, when an answer first needs it,
 // so that an error comes when the rules would raise it.
 #pragma once
 
-#include <optional>
+#include <array>
 
 #include "answer_capping/json_measure.hpp"
-#include "token_fitting/token_fitting.hpp"
+#include "token_fitting/grounding_assembly.hpp"
 
 namespace grounding_fit {
-
-inline constexpr literal k_blank_line = "\n\n";  // between the texts of a grounding
 
 // What some parts take in the rebuilt fields: a sum for each of k_fitted_fields.
 struct part_sizes {
@@ -31,7 +29,7 @@ struct part_sizes {
 };
 
 struct sized_seed {
-  host::owned value;
+  py::owned value;
   std::int64_t size : 63 = -1;  // below 0 while it is not known
   bool citable : 1 = false;
 };
@@ -40,32 +38,24 @@ struct sized_seed {
 struct part {
   text_view text;                     // after a blank line, or
   const listed_line* line = nullptr;  // after a line feed
-  host::handle name;                  // none for a fact
-  std::span<const sized_seed> seeds;  // of which only the citable ones are shown
+  py::handle name;                    // none for a fact
+  std::span<const sized_seed> seeds;  // an answer shows the citable ones alone
   part_sizes sizes;
 };
-
-// Counts a text once, when its exact size is first asked for; `known` is below 0 until then.
-inline std::int64_t size_of_text(text_view text, precision how, std::int64_t& known) {
-  if (known >= 0) return known;
-  const std::int64_t size = inner_size(text, how);
-  if (how == precision::exact) known = size;
-  return size;
-}
 
 // The rebuilt fields, put together part by part.
 class fitted_values {
  public:
   fitted_values(std::size_t blocks, std::size_t lines) {
-    text_.expect(2 * blocks + (listed_line::k_most_pieces + 1) * lines);
+    text_.expect(2 * blocks + listed_line::k_most_pieces * lines);
   }
   void add(const part& each);
-  std::array<host::owned, 3> take();  // in the order of k_fitted_fields
+  std::array<py::owned, 3> build();  // in the order of k_fitted_fields
 
  private:
-  pieces text_;
+  text_builder text_;
   bool any_text_ = false;
-  std::vector<host::owned> names_, seeds_;
+  std::vector<py::owned> names_, seeds_;
 };
 
 // ---- facts --------------------------------------------------------------------------------------
@@ -77,33 +67,38 @@ struct fact_cost {
   std::int64_t total() const { return text + seeds; }
 };
 
-class page_fact {
+// The fact blocks of a page, in reading order.
+class page_facts {
  public:
-  page_fact(fact_block block, std::size_t position, json_meter& meter)
-      : block_(block), meter_(&meter), position_(position) {}
+  page_facts(const py::module_state& state, const fact_blocks& prose, json_meter& meter);
 
-  const fact_block& block() const { return block_; }
+  std::size_t count() const { return facts_.size(); }
+  fact_block block(std::size_t i) const { return prose_[i]; }
   // Reads all that the rules read, and refuses all that they refuse, at any limit.
-  fact_cost cost(size_limit limit);
+  fact_cost cost(std::size_t i, size_limit limit);
   // Reads which seeds can be cited, before an answer shows them.
-  void read_seeds(const host::module_state& state);
+  void read_seeds(std::size_t i);
   // Its text, unless it is empty, and the seeds that can be cited.
-  part as_part(precision how);
-  // Lets go of the seeds: only a block that stays is asked for them again.
-  void leave_out() { std::vector<sized_seed>().swap(seeds_); }
+  part as_part(std::size_t i, precision how);
+  // Only a block that stays is asked for its seeds again.
+  void release_seeds(std::size_t i) { std::vector<sized_seed>().swap(facts_[i].seeds); }
 
  private:
-  void hold_seeds();
-  std::int64_t size_of_seed(std::size_t i);
+  struct fact {
+    std::vector<sized_seed> seeds;
+    tally citable{0, -1};  // what the citable ones add; the count is below 0 until it is known
+    std::int64_t text_size = -1;  // below 0 while it is not known
+    bool seeds_held = false, seeds_read = false;
+  };
 
-  fact_block block_;
-  json_meter* meter_;
-  std::vector<sized_seed> seeds_;
-  std::int64_t text_size_ = -1;  // below 0 while it is not known
-  std::optional<tally> citable_;
-  std::size_t position_ : 62, seeds_held_ : 1 = 0, seeds_read_ : 1 = 0;
+  fact& with_seeds(std::size_t i);
+  std::int64_t size_of_seed(std::size_t i, std::size_t j);
+
+  const py::module_state& state_;
+  const fact_blocks& prose_;
+  json_meter& meter_;
+  std::vector<fact> facts_;
 };
-std::vector<page_fact> page_facts_of(const fact_blocks& prose, json_meter& meter);
 
 // ---- symbols ------------------------------------------------------------------------------------
 
@@ -119,7 +114,7 @@ struct code_amount {
 class page_symbols {
  public:
   // `within_tokens` are the bodies that the token budget allows.
-  page_symbols(const host::module_state& state, std::vector<symbol_block> blocks,
+  page_symbols(const py::module_state& state, std::vector<symbol_block> blocks,
                std::size_t within_tokens);
 
   std::size_t count() const { return count_; }  // shown or not
@@ -132,20 +127,20 @@ class page_symbols {
   // Reads what an answer with that code shows, in the order of the rules.
   void read(code_amount code);
 
-  // Parts of what was read, in here since every answer that is tried asks for them.
+  // Parts of what was read; in the header, since every answer that is tried asks for them.
   // A symbol with its body: the whole block, empty or not, its name and its seed.
   part body(std::size_t i, precision how) {
     symbol& of = symbols_[i];
     part made = named(of);
-    made.text = host::view_of(of.block.text);
-    made.sizes.texts.add(size_of_text(made.text, how, of.body_size));
+    made.text = py::view_of(of.block.text);
+    made.sizes.texts.add(inner_size_once(made.text, how, of.body_size));
     made.seeds = {&of.seed, 1};
     if (of.seed.citable) made.sizes.seeds.add(of.seed.size);
     return made;
   }
   static part heading() {
     part made;
-    made.text = k_listed_heading.text();
+    made.text = k_listed_heading;
     made.sizes.texts.add(k_listed_heading.size());
     return made;
   }
@@ -154,7 +149,7 @@ class page_symbols {
     const symbol& of = symbols_[i];
     part made = named(of);
     made.line = &of.line;
-    made.sizes.texts.size = k_line_feed.size() + of.line_size;
+    made.sizes.texts.size = of.line_size;
     return made;
   }
   // Makes the seeds of so many bodies, which are measured without being made.
@@ -163,7 +158,7 @@ class page_symbols {
  private:
   struct symbol {
     symbol_block block;
-    host::owned name;  // empty when it has none
+    py::owned name;  // empty when it has none
     std::int64_t name_size = 0;
     listed_line line;
     symbol_lines lines;
@@ -179,7 +174,7 @@ class page_symbols {
   }
   void read_line_of(std::size_t i);
 
-  const host::module_state& state_;
+  const py::module_state& state_;
   std::size_t count_, within_tokens_;
   path_names norm_;
   std::vector<symbol> symbols_;

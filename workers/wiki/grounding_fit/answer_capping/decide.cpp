@@ -6,48 +6,48 @@
 #include <cmath>
 #include <map>
 
-#include "answer_capping/page_report.hpp"
 #include "answer_capping/rebuilt_answer.hpp"
+#include "grounding_model/policies.hpp"
 
 namespace grounding_fit {
 
-using host::handle;
-using host::module_state;
-using host::owned;
-using host::utility;
+using py::handle;
+using py::module_state;
+using py::owned;
+using py::utility;
 
 namespace {
 
 constexpr bool fits(__int128 size) { return size <= k_answer_max_chars; }
 
 // A report needs every size to the character.
-constexpr size_limit up_to(size_limit limit, counting how) {
-  return how == counting::all ? k_no_limit : limit;
+constexpr size_limit up_to(size_limit limit, measuring how) {
+  return how == measuring::all ? k_no_limit : limit;
 }
 
 // ---- 1. An answer that fits goes back -----------------------------------------------------------
 
-bool fits_as_it_is(page_fit& fit, handle result, old_answer& old, counting how) {
-  fit.given = fit.size = old.size(up_to(k_answer_max_chars, how));
+bool fits_as_it_is(page_fit& fit, handle result, original_answer& original, measuring how) {
+  fit.original_size = fit.size = original.size(up_to(k_answer_max_chars, how));
   if (!fits(fit.size)) return false;
-  fit.answer = host::share(result);
+  fit.answer = py::new_ref(result);
   return true;
 }
 
 // ---- 2. The prior markdown goes first -----------------------------------------------------------
 
-bool fits_without_prior(page_fit& fit, const module_state& state, old_answer& old,
+bool fits_without_prior(page_fit& fit, const module_state& state, original_answer& original,
                         const owned& prior) {
   using enum new_answer::fitted_fields;
-  const text_view items[] = {host::view_of(prior)};
-  fit.note.text = cap_note(items, 1, note_end::plain);
-  fit.note.chars = escaped_length(host::view_of(fit.note.text));
-  fit.size = new_answer(state, old, carried_over).size() + fit.note.chars;
-  if (!fits(fit.size)) return false;
-  old.count_all();
-  const new_answer whole(state, old, carried_over);
+  const note_item items[] = {note_item(py::view_of(prior))};
+  fit.note.chars = cap_note_size(items, 1, note_end::plain);
+  fit.size = new_answer(state, original, carried_over).size() + fit.note.chars;
+  if (!fits(fit.size)) return false;  // by a lower bound
+  original.measure_all();
+  const new_answer whole(state, original, carried_over);
   fit.size = whole.size() + fit.note.chars;
   if (!fits(fit.size)) return false;
+  fit.note.text = cap_note(items, 1, note_end::plain);
   fit.answer = whole.build(fit.note.text);
   fit.outcome = fit_outcome::fits_without_prior;
   return true;
@@ -57,23 +57,23 @@ bool fits_without_prior(page_fit& fit, const module_state& state, old_answer& ol
 
 page_symbols symbols_of(page_fit& fit, const module_state& state, std::vector<symbol_block> blocks,
                         const fact_blocks& prose, std::int64_t budget) {
-  const owned text = fact_text(prose);  // as large as all facts together, so not kept
-  fit.tokens = code_budget_of(state, text, budget);
-  fit.within_tokens = keep_whole(state, blocks, fit.tokens.share);
+  const owned text = fact_text(prose);  // as large as all facts together, so released here
+  fit.tokens = split_tokens(state, text, budget);
+  fit.within_tokens = keep_whole(state, blocks, fit.tokens.code);
   fit.symbols = blocks.size();
   return page_symbols(state, std::move(blocks), fit.within_tokens.count);
 }
 
 // ---- 4. Base, room, floor and reserve -----------------------------------------------------------
 
-verdict of_always_kept(const module_state& state, const policy_rules& rules,
-                       const fact_block& block) {
-  const text_view text = host::view_of(block.text());
-  if (text.starts_with(host::view_of(state[utility::file_cards_heading])) ||
-      text.starts_with(host::view_of(state[utility::requested_context_heading]))) {
+// always_kept or kept_first; undecided for every other block.
+verdict standing_of(const module_state& state, const policy_rules& rules, const fact_block& block) {
+  const text_view text = py::view_of(block.text());
+  if (text.starts_with(py::view_of(state[utility::file_cards_heading])) ||
+      text.starts_with(py::view_of(state[utility::requested_context_heading]))) {
     return verdict::always_kept;
   }
-  const text_view key = host::view_of(block.key());
+  const text_view key = py::view_of(block.key());
   return !key.empty() && rules.keeps_first(key) ? verdict::kept_first : verdict::undecided;
 }
 
@@ -85,18 +85,17 @@ __int128 truncated(double number) {
 }
 
 double floor_of(handle code_floor, __int128 room) {
-  const double floor = host::expect_number(code_floor) * static_cast<double>(room);
+  const double floor = py::expect_number(code_floor) * static_cast<double>(room);
   if (!std::isfinite(floor)) {
-    host::within("parts.code_floor", [&] {
-      host::refuse(host::fault::value, "a number whose product with the room is finite",
-                   code_floor);
+    py::within("parts.code_floor", [&] {
+      py::refuse(py::fault::value, "a number whose product with the room is finite", code_floor);
     });
   }
   return floor;
 }
 
 answer_room room_of(grounding_parts parts, const std::vector<fact_decision>& facts,
-                    candidate& answer, counting how) {
+                    candidate& answer, measuring how) {
   std::vector<std::size_t> always;
   for (std::size_t i = 0; i < facts.size(); ++i) {
     if (stays(facts[i].outcome)) always.push_back(i);
@@ -104,8 +103,9 @@ answer_room room_of(grounding_parts parts, const std::vector<fact_decision>& fac
   answer_room room;
   room.base = answer.size_of(always, bodies::none, k_no_limit);
   room.room = std::max<__int128>(0, k_answer_max_chars - room.base);
-  room.floor_share = floor_of(parts.code_floor(), room.room);
-  room.floor = truncated(room.floor_share);
+  room.exact_floor = floor_of(parts.code_floor(), room.room);
+  room.floor = truncated(room.exact_floor);
+  // If a lower bound already passes the floor, the reserve is the floor.
   const size_limit enough = up_to(room.base + room.floor, how);
   room.all_bodies = answer.size_of(always, bodies::within_tokens, enough) - room.base;
   room.reserve = std::min(room.floor, room.all_bodies);
@@ -116,13 +116,12 @@ answer_room room_of(grounding_parts parts, const std::vector<fact_decision>& fac
 
 // Decides one block, given what is decided before it. The cap is not asked of a block that is over
 // its share: asking reads the block's seeds.
-verdict decide_fact(fact_decision& now, page_fact& fact, std::size_t at, const answer_room& room,
-                    candidate& answer, counting how) {
+verdict decide_fact(fact_decision& now, page_facts& facts, std::size_t at, const answer_room& room,
+                    candidate& answer, measuring how) {
   if (stays(now.outcome)) return now.outcome;
-  if (now.share) {
-    const __int128 left = truncated(std::floor(*now.share)) - now.share_used;
-    now.cost = fact.cost(up_to(left, how));
-    if (now.cost.total() > left) return verdict::over_share;
+  if (now.limit) {
+    const __int128 left = truncated(std::floor(*now.limit)) - now.used;
+    if (facts.cost(at, up_to(left, how)).total() > left) return verdict::over_share;
   }
   const __int128 cap = k_answer_max_chars - room.reserve;
   now.tried = answer.size_with(at, up_to(cap, how));
@@ -131,31 +130,31 @@ verdict decide_fact(fact_decision& now, page_fact& fact, std::size_t at, const a
 
 }  // namespace
 
-fact_choice choose_facts(const module_state& state, grounding_parts parts,
-                         std::vector<page_fact>& facts, candidate& answer, counting how) {
+fact_choice choose_facts(const module_state& state, grounding_parts parts, page_facts& facts,
+                         candidate& answer, measuring how) {
   const policy_rules rules(state, parts.budget());
   fact_choice made;
-  made.facts.resize(facts.size());
-  for (std::size_t i = 0; i < facts.size(); ++i) {
-    made.facts[i].outcome = of_always_kept(state, rules, facts[i].block());
+  made.facts.resize(facts.count());
+  for (std::size_t i = 0; i < facts.count(); ++i) {
+    made.facts[i].outcome = standing_of(state, rules, facts.block(i));
   }
   made.room = room_of(parts, made.facts, answer, how);
-  std::map<text_view, std::int64_t> used;  // by block key, as far as shares ask for it
-  for (std::size_t i = 0; i < facts.size(); ++i) {
+  std::map<text_view, std::int64_t> used_by;  // key of a block that has a share
+  for (std::size_t i = 0; i < facts.count(); ++i) {
     fact_decision& now = made.facts[i];
-    now.cost = facts[i].cost(up_to(0, how));  // refuses what the rules refuse, counted or not
-    const handle key = facts[i].block().key();
-    now.share = rules.share_of(key);
-    if (now.share) {
-      *now.share *= static_cast<double>(made.room.room);
-      now.share_used = used[host::view_of(key)];
+    facts.cost(i, 0);  // scans no text, but refuses what the rules refuse
+    const handle key = facts.block(i).key();
+    now.limit = rules.share_of(key);
+    if (now.limit) {
+      *now.limit *= static_cast<double>(made.room.room);
+      now.used = used_by[py::view_of(key)];
     }
-    now.outcome = decide_fact(now, facts[i], i, made.room, answer, how);
+    now.outcome = decide_fact(now, facts, i, made.room, answer, how);
     if (stays(now.outcome)) {
       answer.keep(i);
-      if (now.share) used[host::view_of(key)] += facts[i].cost(k_no_limit).total();
-    } else if (how == counting::as_needed) {
-      facts[i].leave_out();  // and the next one is tried
+      if (now.limit) used_by[py::view_of(key)] += facts.cost(i, k_no_limit).total();
+    } else if (how == measuring::as_needed) {
+      facts.release_seeds(i);  // and the next one is tried
     }
   }
   return made;
@@ -165,7 +164,7 @@ namespace {
 
 // ---- 6. Bodies by bisection, then lines ---------------------------------------------------------
 
-code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, counting how) {
+code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, measuring how) {
   const size_limit cap = up_to(k_answer_max_chars, how);
   code_decision code;
   const auto within_tokens = static_cast<std::int64_t>(symbols.within_tokens());
@@ -175,15 +174,15 @@ code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, cou
     if (!fits(size)) code.refused_at = size;  // the last one refused has one body more
     return fits(size);
   });
-  code.shown = symbols.with_lines(static_cast<std::size_t>(count));
+  code.amount = symbols.with_lines(static_cast<std::size_t>(count));
   if (count < within_tokens) {
     code.stopped_by = body_stop::cap;
-  } else if (code.shown.bodies < symbols.count()) {
+  } else if (code.amount.bodies < symbols.count()) {
     code.stopped_by = body_stop::tokens;
   }
-  if (code.shown.bodies > 0) return code;
-  const auto window = static_cast<std::int64_t>(code.shown.listed);
-  code.shown.listed = static_cast<std::size_t>(most(window, [&](std::int64_t n) {
+  if (code.amount.bodies > 0) return code;
+  const auto window = static_cast<std::int64_t>(code.amount.listed);
+  code.amount.listed = static_cast<std::size_t>(most(window, [&](std::int64_t n) {
     return fits(answer.size({0, static_cast<std::size_t>(n)}, k_placeholder_chars, cap));
   }));
   return code;
@@ -191,56 +190,68 @@ code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, cou
 
 // ---- 7. The real note ---------------------------------------------------------------------------
 
-// The items that the note names: the prior markdown, the code, the fact blocks.
+// What the note says was left out: the prior markdown, the code, the fact blocks. Only the item of
+// the code changes with the code that is shown, so the others are sized once.
 class left_out {
  public:
-  left_out(const owned& prior, const fact_blocks& prose, const std::vector<fact_decision>& facts)
-      : prior_(prior) {
-    for (std::size_t i = 0; i < facts.size(); ++i) {
-      if (stays(facts[i].outcome)) continue;
-      if (++facts_ <= k_note_items) labels_.push_back(prose[i].label());
+  left_out(const owned& prior, const page_facts& facts, const std::vector<fact_decision>& decisions,
+           std::size_t symbols)
+      : symbols_(symbols) {
+    if (prior) prior_.emplace(py::view_of(prior));
+    labels_.reserve(k_note_items);
+    named_facts_.reserve(k_note_items);
+    for (std::size_t i = 0; i < decisions.size(); ++i) {
+      if (stays(decisions[i].outcome) || ++facts_ > k_note_items) continue;
+      labels_.push_back(facts.block(i).label());
+      named_facts_.emplace_back(py::view_of(labels_.back()));
     }
   }
 
-  note_decision& write(note_decision& note, code_amount code, std::size_t symbols,
-                       note_end end) const {
-    const owned cut =
-        code_cut(static_cast<std::int64_t>(code.bodies), static_cast<std::int64_t>(code.listed),
-                 static_cast<std::int64_t>(symbols));
-    std::vector<text_view> named;
-    if (prior_) named.push_back(host::view_of(prior_));
-    if (cut) named.push_back(host::view_of(cut));
-    const std::size_t items = named.size() + facts_;
-    for (const owned& label : labels_) {
-      if (named.size() < k_note_items) named.push_back(host::view_of(label));
-    }
-    note.text = cap_note(named, items, end);
-    note.chars = escaped_length(host::view_of(note.text));
-    return note;
+  std::int64_t note_size(code_amount code, note_end end) const {
+    return note(code, end, cap_note_size);
   }
+  owned note(code_amount code, note_end end) const { return note(code, end, cap_note); }
 
  private:
-  const owned& prior_;
+  template <class Made>
+  Made note(code_amount code, note_end end,
+            Made (*make)(std::span<const note_item>, std::size_t, note_end)) const {
+    const owned cut =
+        code_cut(static_cast<std::int64_t>(code.bodies), static_cast<std::int64_t>(code.listed),
+                 static_cast<std::int64_t>(symbols_));
+    std::vector<note_item> named;
+    named.reserve(k_note_items);
+    if (prior_) named.push_back(*prior_);
+    if (cut) named.emplace_back(py::view_of(cut));
+    const std::size_t items = named.size() + facts_;
+    const std::size_t room = std::min(k_note_items - named.size(), named_facts_.size());
+    named.insert(named.end(), named_facts_.begin(), named_facts_.begin() + room);
+    return make(named, items, end);
+  }
+
+  std::size_t symbols_;
   std::size_t facts_ = 0;
+  std::optional<note_item> prior_;
   std::vector<owned> labels_;
+  std::vector<note_item> named_facts_;
 };
 
 // Where the real note is longer than its placeholder, what is lowest ranked comes off until it
 // fits: bodies first, each of which then heads the listing, and then lines.
-void make_room_for_note(page_fit& fit, const left_out& items, rebuilt_answer& answer,
-                        const page_symbols& symbols) {
-  code_amount& shown = fit.code.shown;
+void shrink_for_note(page_fit& fit, const left_out& items, rebuilt_answer& answer,
+                     const page_symbols& symbols) {
+  code_amount& amount = fit.code.amount;
   for (;;) {
-    items.write(fit.note, shown, symbols.count(), note_end::ask);
-    fit.size = answer.size(shown, fit.note.chars, k_no_limit);
-    if (fits(fit.size) || shown == code_amount{}) return;
-    if (shown.bodies > 0) {
+    fit.note.chars = items.note_size(amount, note_end::ask);
+    fit.size = answer.size(amount, fit.note.chars, k_no_limit);
+    if (fits(fit.size) || amount == code_amount{}) return;
+    if (amount.bodies > 0) {
       fit.code.stopped_by = body_stop::note;
       fit.code.refused_at = fit.size;
-      shown = symbols.with_lines(shown.bodies - 1);
+      amount = symbols.with_lines(amount.bodies - 1);
       ++fit.note.bodies_off;
     } else {
-      --shown.listed;
+      --amount.listed;
       ++fit.note.lines_off;
     }
   }
@@ -248,39 +259,44 @@ void make_room_for_note(page_fit& fit, const left_out& items, rebuilt_answer& an
 
 // ---- 8. Over the cap ----------------------------------------------------------------------------
 
-void say_over(page_fit& fit, const left_out& items) {
+// Whether the note must say that even the smallest answer is over the cap.
+note_end end_of_note(page_fit& fit, const left_out& items) {
+  if (fits(fit.size)) return note_end::ask;
   fit.outcome = fit_outcome::over_cap;
   fit.size -= fit.note.chars;
-  fit.size += items.write(fit.note, fit.code.shown, fit.symbols, note_end::ask_and_say_over).chars;
+  fit.note.chars = items.note_size(fit.code.amount, note_end::ask_and_say_over);
+  fit.size += fit.note.chars;
+  return note_end::ask_and_say_over;
 }
 
 }  // namespace
 
 page_fit fit_page_context(const module_state& state, handle result, grounding_parts parts,
-                          std::int64_t budget, counting how) {
+                          std::int64_t budget, measuring how) {
   page_fit fit;
   json_meter meter;
-  old_answer old(state, result, meter);
-  if (fits_as_it_is(fit, result, old, how)) return fit;
+  original_answer original(state, result, meter);
+  if (fits_as_it_is(fit, result, original, how)) return fit;
   owned prior;  // what the note says of it
-  if (old.has_prior()) {
-    owned page_id = old.page_id();
-    prior = prior_item(old.prior().length(), std::move(page_id));
-    if (fits_without_prior(fit, state, old, prior)) return fit;
+  if (original.has_prior()) {
+    owned page_id = original.page_id();
+    prior = prior_item(original.prior().length(), std::move(page_id));
+    if (fits_without_prior(fit, state, original, prior)) return fit;
   }
-  std::vector<symbol_block> blocks = take_symbol_blocks(parts);
+  std::vector<symbol_block> blocks = symbol_blocks_of(parts);
   const fact_blocks prose(state, parts);
   page_symbols symbols = symbols_of(fit, state, std::move(blocks), prose, budget);
-  std::vector<page_fact> facts = page_facts_of(prose, meter);
-  rebuilt_answer answer(state, old, facts, symbols);
+  page_facts facts(state, prose, meter);
+  rebuilt_answer answer(state, original, facts, symbols);
   fit.chosen = choose_facts(state, parts, facts, answer, how);
-  const left_out items(prior, prose, fit.chosen.facts);
   fit.code = most_code(answer, symbols, how);
   fit.outcome = fit_outcome::rebuilt;
-  make_room_for_note(fit, items, answer, symbols);
-  if (!fits(fit.size)) say_over(fit, items);
-  fit.answer = answer.build(fit.code.shown, fit.note.text);
-  if (how == counting::all) fit.details = details_of(state, facts, fit.chosen.facts);
+  const left_out items(prior, facts, fit.chosen.facts, symbols.count());
+  shrink_for_note(fit, items, answer, symbols);
+  const note_end end = end_of_note(fit, items);
+  fit.note.text = items.note(fit.code.amount, end);
+  fit.answer = answer.build(fit.code.amount, fit.note.text);
+  if (how == measuring::all) fit.details = details_of(facts, fit.chosen.facts);
   return fit;
 }
 

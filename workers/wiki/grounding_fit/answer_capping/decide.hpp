@@ -2,14 +2,16 @@
 // are in JSON characters.
 #pragma once
 
+#include <optional>
+
 #include "answer_capping/answer_parts.hpp"
 #include "answer_capping/note.hpp"
 
 namespace grounding_fit {
 
-// Whether a bound may decide before a text is read, or all is counted, as a report needs it. Both
-// decide the same.
-enum class counting { as_needed, all };
+// Whether a bound may decide before a text is scanned, or all is measured, as a report needs it.
+// Both decide the same.
+enum class measuring { as_needed, all };
 
 // ---- which facts stay ---------------------------------------------------------------------------
 
@@ -29,9 +31,8 @@ constexpr bool stays(verdict of) {
 // What became of one fact block, and the numbers that decided it.
 struct fact_decision {
   verdict outcome = verdict::undecided;
-  std::optional<double> share;  // the most that its kind may cost, where there is a limit
-  std::int64_t share_used = 0;  // of that, by blocks before it
-  fact_cost cost;               // what it counts for in that share
+  std::optional<double> limit;  // the most that its kind may cost, where there is a limit
+  std::int64_t used = 0;        // of that, by blocks before it
   std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
 };
 
@@ -39,7 +40,7 @@ struct fact_decision {
 struct answer_room {
   __int128 base = 0;        // the answer with the blocks that always stay, and no code body
   __int128 room = 0;        // what the cap leaves beside it
-  double floor_share = 0;   // the code's share of that
+  double exact_floor = 0;   // the code's fraction of that
   __int128 floor = 0;       // the same, truncated
   __int128 all_bodies = 0;  // what the bodies that the tokens allow would add
   __int128 reserve = 0;     // the smaller of the two, kept free while facts are chosen
@@ -53,7 +54,7 @@ struct fact_choice {
 enum class bodies { none, within_tokens };
 
 // An answer that is put together fact by fact: measured here, or by the `size` that a caller hands
-// to _fit_prose. Of the sizes, those above their limit may be bounds.
+// to _fit_prose. A size above its limit may be a lower bound.
 class candidate {
  public:
   // With these facts and no others.
@@ -68,15 +69,15 @@ class candidate {
 };
 
 // Steps 4 and 5 of docs/fitting.md.
-fact_choice choose_facts(const host::module_state& state, grounding_parts parts,
-                         std::vector<page_fact>& facts, candidate& answer, counting how);
+fact_choice choose_facts(const py::module_state& state, grounding_parts parts, page_facts& facts,
+                         candidate& answer, measuring how);
 
 // ---- the whole answer ---------------------------------------------------------------------------
 
 enum class fit_outcome {
-  fits,                // the host's answer went back as it is
+  fits,                // the host's answer goes back as it is
   fits_without_prior,  // it fits once the prior markdown is cut
-  rebuilt,             // its grounding was rebuilt from whole blocks
+  rebuilt,             // its grounding is rebuilt from whole blocks
   over_cap             // what must stay is over the cap by itself
 };
 
@@ -89,45 +90,51 @@ enum class body_stop {
 };
 
 struct code_decision {
-  code_amount shown;
+  code_amount amount;
   body_stop stopped_by = body_stop::nothing;
   std::int64_t refused_at = 0;  // the answer with one body more, where the cap or the note stopped
 };
 
 struct note_decision {
-  host::owned text;
+  py::owned text;
   std::int64_t chars = 0;                     // that the note takes inside a JSON string
-  std::size_t bodies_off = 0, lines_off = 0;  // what came off to make room for it
+  std::size_t bodies_off = 0, lines_off = 0;  // what came off so that it fits
 };
 
 // What only a report tells of a fact block.
 struct fact_details {
-  host::owned label, key;
+  py::owned label, key;
+  fact_cost cost;
   std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
 };
 
 // Decisions stand in the order in which they are made; those after the outcome's are empty.
 struct page_fit {
-  host::owned answer;
+  py::owned answer;
   fit_outcome outcome = fit_outcome::fits;
-  std::int64_t given = 0, size = 0;  // of the host's answer and of this one
+  std::int64_t original_size = 0, size = 0;  // of the host's answer and of this one
   note_decision note;
 
-  code_budget tokens;          // of the bodies, by the token budget
+  token_split tokens;          // of the bodies, by the token budget
   whole_blocks within_tokens;  // that it keeps
   std::size_t symbols = 0;     // in all
   fact_choice chosen;
-  std::vector<fact_details> details;  // one a fact block, where all is counted
+  std::vector<fact_details> details;  // one a fact block, where all is measured
   code_decision code;
 };
 
 // The answer itself when it fits, else one under the cap with its note. Asks the host's _norm once
 // for each text.
-page_fit fit_page_context(const host::module_state& state, host::handle result,
-                          grounding_parts parts, std::int64_t budget, counting how);
+page_fit fit_page_context(const py::module_state& state, py::handle result, grounding_parts parts,
+                          std::int64_t budget, measuring how);
 
-// The largest count up to `high` for which `fits` holds, which holds for every smaller one as well.
-// 0 is never tested.
+// What it tells of its decisions: a plain object that can be logged as JSON, all sizes in JSON
+// characters. All must have been measured for the fit.
+py::owned report_of(const page_fit& fit);
+std::vector<fact_details> details_of(page_facts& facts,
+                                     const std::vector<fact_decision>& decisions);
+
+// The largest count up to `high` for which `fits` holds, which must be monotone. 0 is never tested.
 template <class Fits>
 std::int64_t most(std::int64_t high, Fits&& fits) {
   std::int64_t low = 0;

@@ -5,9 +5,12 @@
 // one of these, or a sum of them.
 #pragma once
 
-#include "host/host.hpp"
+#include "python/container.hpp"
+#include "text/escape_growth.hpp"
 
 namespace grounding_fit {
+
+inline constexpr std::int64_t k_answer_max_chars = 40000;  // the cap of an answer
 
 // How closely a size is taken: to the character, or as a lower bound for which no text and no digit
 // is read, since a text takes at least its own length. Both refuse the same values.
@@ -15,6 +18,13 @@ enum class precision { exact, bound };
 
 inline std::int64_t inner_size(text_view text, precision how) {
   return how == precision::exact ? escaped_length(text) : static_cast<std::int64_t>(text.length());
+}
+// Measures a text exactly once; `known` is below 0 until then.
+inline std::int64_t inner_size_once(text_view text, precision how, std::int64_t& known) {
+  if (known >= 0) return known;
+  const std::int64_t size = inner_size(text, how);
+  if (how == precision::exact) known = size;
+  return size;
 }
 inline std::int64_t json_string_size(text_view text, precision how = precision::exact) {
   return 2 + inner_size(text, how);
@@ -41,28 +51,28 @@ class json_meter {
  public:
   // TypeError for what JSON has no form for, keys that are no strings among it; RecursionError for
   // containers nested too deep or in a cycle.
-  std::int64_t size_of(host::handle value, precision how = precision::exact);
+  std::int64_t size_of(py::handle value, precision how = precision::exact);
   // A member of an object, the ": " between key and value included.
-  std::int64_t size_of_member(std::size_t position, host::handle key, host::handle value,
+  std::int64_t size_of_member(std::size_t position, py::handle key, py::handle value,
                               precision how);
 
  private:
-  std::int64_t size_of_array(host::owned array, precision how);
-  std::int64_t size_of_object(host::owned object, precision how);
-  std::int64_t size_of_key(std::size_t position, host::handle key) {
+  std::int64_t size_of_array(py::owned array, precision how);
+  std::int64_t size_of_object(py::owned object, precision how);
+  std::int64_t size_of_key(std::size_t position, py::handle key) {
     const sized_key& last = keys_[position % std::size(keys_)];
     return last.key.is(key) ? last.size : size_of_new_key(position, key);
   }
-  std::int64_t size_of_new_key(std::size_t position, host::handle key);
+  std::int64_t size_of_new_key(std::size_t position, py::handle key);
 
   // Objects of one kind have the same keys in the same order, so the last key of each position is
   // remembered by address, and kept alive.
   struct sized_key {
-    host::owned key;
+    py::owned key;
     std::int64_t size;
   };
   sized_key keys_[8] = {};
-  int levels_left_ = host::deepest_nesting();
+  int levels_left_ = py::deepest_nesting();
 };
 
 // Sizes that have been added up, and how many there were: what an array or a joined text takes.

@@ -1,38 +1,36 @@
 #include "answer_capping/rebuilt_answer.hpp"
 
+#include "python/make.hpp"
+
 namespace grounding_fit {
 
-using host::handle;
-using host::module_state;
-using host::owned;
+using py::handle;
+using py::owned;
 
-rebuilt_answer::rebuilt_answer(const module_state& state, const old_answer& given,
-                               std::vector<page_fact>& facts, page_symbols& symbols)
-    : state_(state),
-      around_(state, given, new_answer::fitted_fields::rebuilt),
+rebuilt_answer::rebuilt_answer(const py::module_state& state, const original_answer& original,
+                               page_facts& facts, page_symbols& symbols)
+    : around_(state, original, new_answer::fitted_fields::rebuilt),
       facts_(facts),
-      symbols_(symbols) {
-  kept_.reserve(facts.size());
-}
+      symbols_(symbols) {}
 
 // ---- a sum over parts ---------------------------------------------------------------------------
 
 std::int64_t rebuilt_answer::size_of(positions facts, bodies show, size_limit limit) {
   symbols_.read(code_of(bodies::none));  // the rules read what is listed before any seed
-  for (const std::size_t fact : facts) facts_[fact].read_seeds(state_);
+  for (const std::size_t fact : facts) facts_.read_seeds(fact);
   part_sizes sum;
-  for (const std::size_t fact : facts) sum += facts_[fact].as_part(precision::exact).sizes;
+  for (const std::size_t fact : facts) sum += facts_.as_part(fact, precision::exact).sizes;
   return size_up_to(limit, [&](precision how) {
     return total(sum, code_of(show), k_placeholder_chars, how, facts);
   });
 }
 
 std::int64_t rebuilt_answer::size_with(std::size_t fact, size_limit limit) {
-  facts_[fact].read_seeds(state_);
+  facts_.read_seeds(fact);
   kept_.push_back(fact);  // for as long as it is measured
   const std::int64_t size = size_up_to(limit, [&](precision how) {
     part_sizes sum = kept_sizes_;
-    sum += facts_[fact].as_part(how).sizes;
+    sum += facts_.as_part(fact, how).sizes;
     return total(sum, code_of(bodies::none), k_placeholder_chars, how, kept_);
   });
   kept_.pop_back();
@@ -41,7 +39,7 @@ std::int64_t rebuilt_answer::size_with(std::size_t fact, size_limit limit) {
 
 void rebuilt_answer::keep(std::size_t fact) {
   kept_.push_back(fact);
-  kept_sizes_ += facts_[fact].as_part(precision::exact).sizes;
+  kept_sizes_ += facts_.as_part(fact, precision::exact).sizes;
 }
 
 std::int64_t rebuilt_answer::size(code_amount code, std::int64_t note_chars, size_limit limit) {
@@ -75,12 +73,12 @@ std::int64_t rebuilt_answer::total(part_sizes facts, code_amount code, std::int6
   const std::int64_t size = around_.size() + facts.total() + note_chars;
 #ifdef GROUNDING_FIT_CHECK_SIZES
   // A host that changes a record in the middle of the call makes the two differ, so that is an
-  // error of the call, not a crash.
+  // error of the call and no crash.
   const std::string note(static_cast<std::size_t>(note_chars), 'x');
-  const owned text = host::new_text(std::string_view(note));
+  const owned text = py::new_text(std::string_view(note));
   const std::int64_t built = json_meter().size_of(build_of(which, code, text));
   if (how == precision::exact ? size != built : size > built) {
-    host::raise_size_mismatch(size, built);
+    py::raise_size_mismatch(size, built);
   }
 #endif
   return size;
@@ -91,11 +89,11 @@ std::int64_t rebuilt_answer::total(part_sizes facts, code_amount code, std::int6
 owned rebuilt_answer::build_of(positions facts, code_amount code, handle note) {
   fitted_values values(facts.size() + code.bodies + 1, code.listed);
   symbols_.make_seeds(code.bodies);
-  for (const std::size_t fact : facts) values.add(facts_[fact].as_part(precision::exact));
+  for (const std::size_t fact : facts) values.add(facts_.as_part(fact, precision::exact));
   for (std::size_t i = 0; i < code.bodies; ++i) values.add(symbols_.body(i, precision::exact));
   if (code.listed > 0) values.add(symbols_.heading());
   for (std::size_t i = 0; i < code.listed; ++i) values.add(symbols_.line(code.bodies + i));
-  return around_.build(note, values.take());
+  return around_.build(note, values.build());
 }
 
 }  // namespace grounding_fit

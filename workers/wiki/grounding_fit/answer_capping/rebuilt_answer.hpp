@@ -2,16 +2,18 @@
 // built.
 #pragma once
 
+#include <optional>
+
 #include "answer_capping/answer_parts.hpp"
 #include "answer_capping/decide.hpp"
-#include "answer_capping/old_answer.hpp"
+#include "answer_capping/original_answer.hpp"
 
 namespace grounding_fit {
 
 class rebuilt_answer final : public candidate {
  public:
-  rebuilt_answer(const host::module_state& state, const old_answer& given,
-                 std::vector<page_fact>& facts, page_symbols& symbols);
+  rebuilt_answer(const py::module_state& state, const original_answer& original, page_facts& facts,
+                 page_symbols& symbols);
 
   std::int64_t size_of(std::span<const std::size_t> facts, bodies show, size_limit limit) override;
   std::int64_t size_with(std::size_t fact, size_limit limit) override;
@@ -19,7 +21,10 @@ class rebuilt_answer final : public candidate {
 
   // With the facts kept, and a note of that many characters, as JSON.
   std::int64_t size(code_amount code, std::int64_t note_chars, size_limit limit);
-  host::owned build(code_amount code, host::handle note) { return build_of(kept_, code, note); }
+  py::owned build(code_amount code, py::handle note) {
+    std::vector<part_sizes>{{}}.swap(bodies_);  // the sums make room for the answer
+    return build_of(kept_, code, note);
+  }
 
  private:
   using positions = std::span<const std::size_t>;
@@ -29,14 +34,13 @@ class rebuilt_answer final : public candidate {
   }
   // What the code adds.
   part_sizes sizes_of(code_amount code, precision how);
-  // Some facts and the code; `which` are the facts that the sum is of.
+  // Of an answer with some facts and the code; `which` are the facts that the sum is of.
   std::int64_t total(part_sizes facts, code_amount code, std::int64_t note_chars, precision how,
                      positions which);
-  host::owned build_of(positions facts, code_amount code, host::handle note);
+  py::owned build_of(positions facts, code_amount code, py::handle note);
 
-  const host::module_state& state_;
   new_answer around_;  // what is carried over
-  std::vector<page_fact>& facts_;
+  page_facts& facts_;
   page_symbols& symbols_;
   std::vector<std::size_t> kept_;
   part_sizes kept_sizes_;
