@@ -27,10 +27,9 @@ std::int64_t size_of_seed(const symbol_lines& lines) {
 
 void fitted_values::add(const part& each) {
   if (each.line != nullptr) {
-    each.line->write_in_listing(text_);
+    each.line->write_in_listing(listing_);
   } else if (each.sizes.texts.count > 0) {
-    if (std::exchange(any_text_, true)) text_.add(k_blank_line);
-    text_.add(each.text);
+    texts_.add(each.text);
   }
   if (each.name) names_.push_back(py::new_ref(each.name));
   for (const sized_seed& seed : each.seeds) {
@@ -39,7 +38,8 @@ void fitted_values::add(const part& each) {
 }
 
 std::array<py::owned, 3> fitted_values::build() {
-  return {text_.text(), py::new_list(std::move(names_)), py::new_list(std::move(seeds_))};
+  if (!listing_.empty()) texts_.add_to_last(listing_.view());
+  return {texts_.text(), py::new_list(std::move(names_)), py::new_list(std::move(seeds_))};
 }
 
 // ---- facts --------------------------------------------------------------------------------------

@@ -46,15 +46,16 @@ struct part {
 // The rebuilt fields, put together part by part.
 class fitted_values {
  public:
-  fitted_values(std::size_t blocks, std::size_t lines) {
-    text_.expect(2 * blocks + listed_line::k_most_pieces * lines);
+  // For so many texts, and lines of so many code points.
+  fitted_values(std::size_t texts, std::size_t line_chars) : texts_(texts + 1) {
+    listing_.reserve(line_chars);
   }
   void add(const part& each);
   std::array<py::owned, 3> build();  // in the order of k_fitted_fields
 
  private:
-  text_builder text_;
-  bool any_text_ = false;
+  joined_texts texts_;
+  text_builder listing_{text_range::basic};  // for the dash of its lines
   std::vector<py::owned> names_, seeds_;
 };
 
@@ -74,7 +75,7 @@ class page_facts {
 
   std::size_t count() const { return facts_.size(); }
   fact_block block(std::size_t i) const { return prose_[i]; }
-  // Reads all that the rules read, and refuses all that they refuse, at any limit.
+  // Validates the same values at any limit, which only says whether the text need be scanned.
   fact_cost cost(std::size_t i, size_limit limit);
   // Reads which seeds can be cited, before an answer shows them.
   void read_seeds(std::size_t i);

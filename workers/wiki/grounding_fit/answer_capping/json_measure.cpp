@@ -47,8 +47,8 @@ std::int64_t json_meter::size_of(handle value, precision how) {
   switch (py::kind_of(value)) {
     case kind::text: return json_string_size(py::view_of(value), how);
     case kind::integer: return integer_size(value, how);
-    case kind::object: return size_of_object(new_ref(value), how);
-    case kind::array: return size_of_array(new_ref(value), how);
+    case kind::object: return size_of_object(py::new_ref(py::dict_of(value)), how);
+    case kind::array: return size_of_array(py::new_ref(value), how);
     case kind::null: return 4;
     case kind::boolean: return py::truth_of(value) ? 4 : 5;
     case kind::real: return real_size(value, how);
@@ -84,7 +84,7 @@ std::int64_t json_meter::size_of_new_key(std::size_t position, handle key) {
   if (py::kind_of(key) != kind::text) py::refuse(py::fault::type, "string keys", key);
   const std::int64_t size = json_string_size(py::view_of(key));
   // Releasing a text of a derived type could run its finalizer, in the middle of a walk.
-  if (py::is_plain_text(key)) keys_[position % std::size(keys_)] = {new_ref(key), size};
+  if (py::is_plain_text(key)) keys_[position % std::size(keys_)] = {py::new_ref(key), size};
   return size;
 }
 
@@ -94,7 +94,7 @@ std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle
   const kind what = py::kind_of(value);
   if (what == kind::text) return size + json_string_size(py::view_of(value), how);
   if (what == kind::integer) return size + integer_size(value, how);
-  const owned held = new_ref(key);
+  const owned held = py::new_ref(key);
   try {
     return size + size_of(value, how);
   } catch (py::bad_value& error) {

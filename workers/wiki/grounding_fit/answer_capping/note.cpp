@@ -87,7 +87,7 @@ owned prior_item(std::size_t characters, owned page_id) {
   item.add("prior_markdown (");
   item.add_number(__int128(characters));
   item.add(" characters; read the page with wiki(action=\"read\", page_id=\"");
-  item.add_value(std::move(page_id));
+  item.add_value(page_id);
   item.add("\") before you edit it)");
   return item.text();
 }

@@ -87,7 +87,11 @@ std::int64_t rebuilt_answer::total(part_sizes facts, code_amount code, std::int6
 // ---- a walk over the same parts -----------------------------------------------------------------
 
 owned rebuilt_answer::build_of(positions facts, code_amount code, handle note) {
-  fitted_values values(facts.size() + code.bodies + 1, code.listed);
+  std::int64_t line_chars = 0;  // at least those of the listed lines
+  for (std::size_t i = 0; i < code.listed; ++i) {
+    line_chars += symbols_.line(code.bodies + i).sizes.texts.size;
+  }
+  fitted_values values(facts.size() + code.bodies + 1, static_cast<std::size_t>(line_chars));
   symbols_.make_seeds(code.bodies);
   for (const std::size_t fact : facts) values.add(facts_.as_part(fact, precision::exact));
   for (std::size_t i = 0; i < code.bodies; ++i) values.add(symbols_.body(i, precision::exact));

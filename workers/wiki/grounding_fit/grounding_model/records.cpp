@@ -2,7 +2,6 @@
 
 #include "grounding_model/policies.hpp"
 #include "grounding_model/seeds.hpp"
-#include "python/make.hpp"
 #include "python/text_builder.hpp"
 
 namespace grounding_fit {
@@ -39,23 +38,13 @@ fact_blocks::fact_blocks(const module_state& state, grounding_parts parts) : ite
   }
 }
 
-owned joined_by_blank_lines(std::span<const text_view> texts) {
-  text_builder all;
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    if (i > 0) all.add(k_blank_line);
-    all.add(texts[i]);
-  }
-  return all.text();
-}
-
 owned fact_text(const fact_blocks& prose) {
-  std::vector<text_view> texts;
-  texts.reserve(prose.size());
+  joined_texts texts(prose.size());
   for (std::size_t i = 0; i < prose.size(); ++i) {
     const text_view text = py::view_of(prose[i].text());
-    if (!text.empty()) texts.push_back(text);
+    if (!text.empty()) texts.add(text);
   }
-  return joined_by_blank_lines(texts);
+  return texts.text();
 }
 
 // ---- what a field can hold, and what stands in for one that is not given ------------------------

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "python/container.hpp"
+#include "python/make.hpp"
 #include "python/record.hpp"
 #include "text/escape_growth.hpp"
 
@@ -63,7 +64,21 @@ class fact_blocks {
 
 // Between the texts of a grounding.
 inline constexpr json_literal k_blank_line = "\n\n";
-py::owned joined_by_blank_lines(std::span<const text_view> texts);
+
+// Texts joined by blank lines: borrowed, and copied once, when all are there.
+class joined_texts {
+ public:
+  explicit joined_texts(std::size_t count) { pieces_.reserve(2 * count); }
+  void add(text_view text) {
+    if (!pieces_.empty()) pieces_.push_back(k_blank_line);
+    pieces_.push_back(text);
+  }
+  void add_to_last(text_view more) { pieces_.push_back(more); }
+  py::owned text() const { return py::new_text(pieces_); }
+
+ private:
+  std::vector<text_view> pieces_;
+};
 // The text of every fact block that has one, joined so.
 py::owned fact_text(const fact_blocks& prose);
 

@@ -57,7 +57,7 @@ handle mapping_behind(handle view) noexcept {
 
 }  // namespace
 
-handle dict_of(handle value) noexcept {
+handle unusual_dict_of(handle value) noexcept {
   while (value && is_read_only_view(value)) value = mapping_behind(value);
   const bool found = value && (PyDict_Check(value.get()) || version::is_frozen_dict(value.get()));
   return found ? value : handle();

@@ -58,7 +58,10 @@ inline bool is_read_only_view(handle value) noexcept {
   return Py_TYPE(value.get()) == &PyDictProxy_Type;
 }
 // The dict that a value is or shows as a view, or an empty handle. It lives as long as the value.
-handle dict_of(handle value) noexcept;
+handle unusual_dict_of(handle value) noexcept;
+inline handle dict_of(handle value) noexcept {
+  return PyDict_CheckExact(value.get()) ? value : unusual_dict_of(value);
+}
 
 // A borrowed look at a dict; whoever makes one keeps it alive.
 class dict {

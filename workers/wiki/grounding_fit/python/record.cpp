@@ -77,7 +77,7 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
     text.add(i == 0 ? "" : ", ");
     text.add(field_name(record, i));
     text.add("=");
-    text.add_string(std::move(arguments[i]));
+    text.add_string(arguments[i]);
   }
   text.add(arguments.empty() ? "...)" : ")");
   return text.text();

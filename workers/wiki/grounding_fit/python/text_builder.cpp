@@ -1,32 +1,33 @@
 #include "python/text_builder.hpp"
 
 #include <cstring>
+#include <vector>
 
 #include "python/value.hpp"
 
 namespace grounding_fit {
 
+using py::handle;
 using py::kind;
 using py::owned;
 
-void text_builder::add_value(owned value) {
+void text_builder::add_value(handle value) {
   switch (py::kind_of(value)) {
-    case kind::text: break;
+    case kind::text: return add(py::view_of(value));
     case kind::integer: return add_number(py::integer::of(py::new_ref(value)));
-    default: value = py::text_form(std::move(value));
+    default: {
+      const owned form = py::text_form(py::new_ref(value));
+      add(py::view_of(form));
+    }
   }
-  add(py::view_of(value));
-  held_.push_back(std::move(value));
 }
 
-void text_builder::add_string(owned value) {
-  add(py::expect_text(value));
-  held_.push_back(std::move(value));
-}
+void text_builder::add_string(handle value) { add(py::expect_text(value)); }
 
 void text_builder::add_number(const py::integer& number) {
   if (const auto small = number.small()) return add_number(__int128(*small));
-  add_value(py::text_form(number.object()));
+  const owned digits = py::text_form(number.object());
+  add(py::view_of(digits));
 }
 
 void text_builder::add_number(__int128 number) {
@@ -45,9 +46,28 @@ void text_builder::add_number(__int128 number) {
     narrow /= 10;
   } while (narrow != 0);
   if (number < 0) *--first = '-';
-  const auto length = static_cast<std::size_t>(end - first);
-  auto* kept = static_cast<char*>(std::memcpy(pool_.allocate(length, 1), first, length));
-  add(std::string_view(kept, length));
+  add(std::string_view(first, static_cast<std::size_t>(end - first)));
+}
+
+void text_builder::widen(text_range range) {
+  const unsigned before = width();
+  range_ = range;
+  if (width() == before) return;
+  const std::size_t length = used() / before;
+  const std::vector<std::byte> narrow(start_, end_);
+  room_ += used();
+  end_ = start_;
+  add(text_view(narrow.data(), length, before, text_range::ascii));
+}
+
+void text_builder::grow(std::size_t bytes) {
+  const std::size_t size = std::max(2 * (used() + room_), used() + bytes);
+  auto room = std::make_unique_for_overwrite<std::byte[]>(size);
+  std::memcpy(room.get(), start_, used());
+  room_ = size - used();
+  end_ = room.get() + used();
+  more_ = std::move(room);
+  start_ = more_.get();
 }
 
 }  // namespace grounding_fit

@@ -1,57 +1,67 @@
-// The pieces of a text, before it is made.
+// A text put together piece by piece, in the width that its widest piece so far needs.
 //
 //     text_builder line;
 //     line.add("L");
 //     line.add_number(number);
-//     line.text();   // the text, made once at its final width
+//     line.text();   // a str
+//
+// A piece is copied when it is added, so it need not be kept alive. Large texts are better joined
+// by new_text(), which copies their pieces once.
 #pragma once
 
-#include <array>
-#include <memory_resource>
-#include <vector>
+#include <memory>
 
 #include "python/integer.hpp"
 #include "python/make.hpp"
+#include "text/copy_units.hpp"
 
 namespace grounding_fit {
 
 class text_builder {
  public:
-  text_builder() {
-    views_.reserve(k_views);
-    held_.reserve(k_held);
-  }
+  // `least` is a range that some piece will need, so that nothing is widened on the way.
+  explicit text_builder(text_range least = text_range::ascii) : range_(least) {}
   text_builder(const text_builder&) = delete;
 
-  // Makes room for so many at once: growing step by step would take three times as much.
-  void expect(std::size_t count) { views_.reserve(count); }
-
-  // A literal, or a text that the caller keeps alive as long as the builder.
-  void add(text_view text) {
-    if (!text.empty()) views_.push_back(text);
+  void add(text_view piece) {
+    if (piece.range() > range_) widen(piece.range());
+    const std::size_t bytes = piece.length() * width();
+    if (bytes > room_) grow(bytes);
+    copy_units(end_, width(), piece);
+    end_ += bytes;
+    room_ -= bytes;
   }
-  // The text form of a value, which is kept alive here.
-  void add_value(py::owned value);
-  // A string and nothing else, kept alive here.
-  void add_string(py::owned value);
-  // Keeps alive a text that a piece is a part of.
-  void keep(py::owned text) { held_.push_back(std::move(text)); }
+  // The text form of a value.
+  void add_value(py::handle value);
+  // A string and nothing else.
+  void add_string(py::handle value);
   void add_number(const py::integer& number);
   void add_number(__int128 number);
 
-  std::span<const text_view> views() const { return views_; }
-  bool empty() const { return views_.empty(); }
-  py::owned text() const { return py::new_text(views_); }
+  // Makes room for so many code points at once.
+  void reserve(std::size_t length) {
+    if (length * width() > room_) grow(length * width());
+  }
+  bool empty() const { return end_ == start_; }
+  // What was added so far; lives until more is.
+  text_view view() const { return {start_, used() / width(), width(), range_}; }
+  py::owned text() const { return py::new_text(view()); }
 
  private:
-  // Few texts have more pieces, so that most are put together without asking for memory.
-  static constexpr std::size_t k_views = 96;
-  static constexpr std::size_t k_held = 32;
+  // Few of the texts that are built so have more, so that most ask for no memory.
+  static constexpr std::size_t k_first_room = 4096;
 
-  std::array<std::byte, k_views * sizeof(text_view) + k_held * sizeof(py::owned) + 512> room_;
-  std::pmr::monotonic_buffer_resource pool_{room_.data(), room_.size()};
-  std::pmr::vector<text_view> views_{&pool_};
-  std::pmr::vector<py::owned> held_{&pool_};
+  unsigned width() const { return unit_width(range_); }
+  std::size_t used() const { return static_cast<std::size_t>(end_ - start_); }
+  void widen(text_range range);
+  void grow(std::size_t bytes);
+
+  alignas(std::uint32_t) std::byte first_[k_first_room];
+  std::unique_ptr<std::byte[]> more_;  // in place of the first room, once that is full
+  std::byte* start_ = first_;
+  std::byte* end_ = first_;
+  std::size_t room_ = k_first_room;  // bytes left after the end
+  text_range range_;
 };
 
 }  // namespace grounding_fit

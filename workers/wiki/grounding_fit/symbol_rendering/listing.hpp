@@ -16,13 +16,11 @@ inline constexpr json_literal k_dash = u") \u2014 ";  // between a symbol's kind
 // One listed line, read once and then measured or written as often as needed.
 class listed_line {
  public:
-  static constexpr std::size_t k_most_pieces = 14;  // of text, the line feed among them
-
   listed_line() = default;
   // Calls the host's _norm once, last.
   listed_line(const py::module_state& state, py::handle record, path_names& norm);
 
-  // The line by itself. It outlives the builder's last use.
+  // The line by itself.
   void write(text_builder& to) const;
 
   // In a listing, where it stands after a line feed.

@@ -19,8 +19,7 @@ struct plain_line {
 };
 
 // The first lines of a logic skeleton, and how many it leaves out.
-void add_skeleton(owned text, text_builder& out) {
-  const text_view digest = py::view_of(text);
+void add_skeleton(text_view digest, text_builder& out) {
   std::size_t lines = 1;
   std::size_t shown = digest.length();
   for (std::size_t at = digest.find('\n'); at != text_view::npos; at = digest.find('\n', at + 1)) {
@@ -28,7 +27,6 @@ void add_skeleton(owned text, text_builder& out) {
   }
   out.add("\nlogic skeleton:\n```\n");
   out.add(digest.slice(0, shown));
-  out.keep(std::move(text));
   if (lines > k_skeleton_lines) {
     out.add("\n... (");
     out.add_number(__int128(lines - k_skeleton_lines));
@@ -51,8 +49,7 @@ class block_writer {
     out_.add(" (");
     field(key::kind, "");
     out_.add(k_dash);
-    py::within(py::place(py::step_to(key::file), "result of _norm"),
-               [&] { out_.add_value(std::move(file)); });
+    py::within(py::place(py::step_to(key::file), "result of _norm"), [&] { out_.add_value(file); });
     out_.add(":L");
     field(key::line, "0");
   }
@@ -69,11 +66,11 @@ class block_writer {
       owned name = py::read(state_, parameter, key::name);
       if (py::missing(name)) return false;
       out_.add(separator);
-      py::within(py::step_to(key::name), [&] { out_.add_string(std::move(name)); });
+      py::within(py::step_to(key::name), [&] { out_.add_string(name); });
       owned type = py::read(state_, parameter, key::type);
       if (py::missing(type)) return true;
       out_.add(": ");
-      py::within(py::step_to(key::type), [&] { out_.add_value(std::move(type)); });
+      py::within(py::step_to(key::type), [&] { out_.add_value(type); });
       return true;
     });
   }
@@ -92,7 +89,7 @@ class block_writer {
   void callees() {
     list(key::callees, "\ncalls (static): ", [&](handle entry, std::string_view separator) {
       out_.add(separator);
-      out_.add_string(py::new_ref(entry));
+      out_.add_string(entry);
       return true;
     });
   }
@@ -102,7 +99,7 @@ class block_writer {
       owned fqn = py::read(state_, py::expect_dict(entry), key::fqn);
       if (py::missing(fqn)) return false;
       out_.add(separator);
-      py::within(py::step_to(key::fqn), [&] { out_.add_string(std::move(fqn)); });
+      py::within(py::step_to(key::fqn), [&] { out_.add_string(fqn); });
       return true;
     });
   }
@@ -116,13 +113,13 @@ class block_writer {
   void field(key which, text_view otherwise) {
     owned value = py::read(state_, symbol_, which);
     if (!value) return out_.add(otherwise);
-    py::within(py::step_to(which), [&] { out_.add_value(std::move(value)); });
+    py::within(py::step_to(which), [&] { out_.add_value(value); });
   }
 
   void add_line(const plain_line& shape, owned value) {
     out_.add("\n");
     out_.add(shape.before);
-    py::within(py::step_to(shape.which), [&] { out_.add_value(std::move(value)); });
+    py::within(py::step_to(shape.which), [&] { out_.add_value(value); });
     out_.add(shape.after);
   }
 
@@ -144,9 +141,9 @@ class block_writer {
   void skeleton() {
     owned digest = py::read(state_, symbol_, key::body_digest);
     if (py::missing(digest)) return;
-    add_skeleton(
-        py::within(py::step_to(key::body_digest), [&] { return py::text_form(std::move(digest)); }),
-        out_);
+    const owned text =
+        py::within(py::step_to(key::body_digest), [&] { return py::text_form(std::move(digest)); });
+    add_skeleton(py::view_of(text), out_);
   }
 
   const module_state& state_;
@@ -157,7 +154,7 @@ class block_writer {
 }  // namespace
 
 owned render_symbol(const module_state& state, handle record) {
-  text_builder text;
+  text_builder text(text_range::basic);  // for the dash
   block_writer lines(state, record, text);
   lines.head();
   lines.line({key::signature, "signature: ", ""});

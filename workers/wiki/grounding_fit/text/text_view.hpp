@@ -18,6 +18,11 @@ namespace grounding_fit {
 // What a text's code points go up to: 0x7f, 0xff, 0xffff or 0x10ffff.
 enum class text_range : std::uint64_t { ascii, latin_1, basic, full };
 
+// Bytes of a unit that holds every code point of a range.
+constexpr unsigned unit_width(text_range range) {
+  return range <= text_range::latin_1 ? 1 : range == text_range::basic ? 2 : 4;
+}
+
 // Two words, so that it travels in registers.
 class text_view {
  public:

@@ -106,20 +106,22 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   made.listed = listing_window(blocks.size(), made.bodies.count);
   const owned listing = make_listing(state, symbol_records(blocks, made.bodies.count), made.listed);
 
-  std::vector<text_view> shown;
-  shown.reserve(made.bodies.count + 2);
-  for (std::size_t i = 0; i < made.bodies.count; ++i) {
-    shown.push_back(py::view_of(blocks[i].text));
-  }
-  if (made.listed > 0) shown.push_back(py::view_of(listing));
-  made.code = estimate_tokens(state, joined_by_blank_lines(shown));
+  joined_texts code(made.bodies.count + 1);
+  for (std::size_t i = 0; i < made.bodies.count; ++i) code.add(py::view_of(blocks[i].text));
+  if (made.listed > 0) code.add(py::view_of(listing));
+  made.code = estimate_tokens(state, code.text());
   made.room = std::max<__int128>(0, __int128(budget) - made.code);
   made.facts = truncated(state, facts, made.room);
 
   // The host is asked to estimate every block kept; only those with a text go into the grounding.
-  std::erase_if(shown, [](text_view text) { return text.empty(); });
-  if (!py::text_is_empty(made.facts)) shown.insert(shown.begin(), py::view_of(made.facts));
-  made.text = joined_by_blank_lines(shown);
+  joined_texts grounding(made.bodies.count + 2);
+  const auto add = [&](handle text) {
+    if (!py::text_is_empty(text)) grounding.add(py::view_of(text));
+  };
+  add(made.facts);
+  for (std::size_t i = 0; i < made.bodies.count; ++i) add(blocks[i].text);
+  add(listing);
+  made.text = grounding.text();
   add_candidates(state, parts, prose, symbol_records(blocks), made);
   return made;
 }
