@@ -47,7 +47,7 @@ owned cap_note(std::span<const note_item> named, std::size_t items, note_end end
     text_builder note;
     void operator()(text_view text) { note.add(text); }
     void operator()(const note_item& item) { note.add(item.text); }
-    void operator()(std::int64_t number) { note.add_number(__int128(number)); }
+    void operator()(std::int64_t number) { note.add_number(number); }
   } out;
   describe_note(out, named, items, end);
   return out.note.text();
@@ -71,13 +71,13 @@ owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
   const __int128 cut = __int128(total) - kept;
   text_builder item;
   item.add("the bodies of ");
-  item.add_number(cut);
+  item.add_wide_number(cut);
   item.add(" of ");
-  item.add_number(__int128(total));
+  item.add_number(total);
   item.add(" symbol blocks (the lowest ranked; ");
-  item.add_number(__int128(listed));
+  item.add_number(listed);
   item.add(" of them listed by lines and signature, ");
-  item.add_number(cut - listed);
+  item.add_wide_number(cut - listed);
   item.add(" not at all)");
   return item.text();
 }
@@ -85,7 +85,7 @@ owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
 owned prior_item(std::size_t characters, owned page_id) {
   text_builder item;
   item.add("prior_markdown (");
-  item.add_number(__int128(characters));
+  item.add_number(static_cast<std::int64_t>(characters));
   item.add(" characters; read the page with wiki(action=\"read\", page_id=\"");
   item.add_value(page_id);
   item.add("\") before you edit it)");

@@ -102,7 +102,7 @@ module_state& state_of(PyObject* module) {
 int execute(PyObject* module) noexcept {
   return py::slot_entry(py::origin::of_import(), -1, [&] {
     module_state& state = state_of(module);
-    py::keep_keys(state);
+    state.keep_keys();
     import_utilities(state);
     state.keep(module_object::code_floor, py::new_real(k_code_floor));
     add_record_types(state, module);

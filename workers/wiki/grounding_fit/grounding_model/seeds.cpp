@@ -32,8 +32,8 @@ integer line_of(handle value) {
 
 }  // namespace
 
-integer read_as_line(handle value, key which) {
-  return py::within(py::step_to(which), [&] { return line_of(value); });
+integer unusual_line(handle value, key which) {
+  return py::within(which, [&] { return line_of(value); });
 }
 
 bool is_citable(const module_state& state, handle seed) {

@@ -8,11 +8,11 @@
 namespace grounding_fit {
 
 // The line number under `which`: 0 when it counts as missing, ValueError when it cannot be read.
-py::integer read_as_line(py::handle value, py::key which);  // where it is no plain integer
+py::integer unusual_line(py::handle value, py::key which);  // no plain integer
 inline py::integer read_line(const py::module_state& state, py::dict object, py::key which) {
   py::owned value = py::read(state, object, which);
   if (value && py::is_plain_integer(value)) return py::integer::of(std::move(value));
-  return read_as_line(value, which);
+  return unusual_line(value, which);
 }
 
 bool is_citable(const py::module_state& state, py::handle seed);
@@ -43,7 +43,7 @@ struct symbol_lines {
   const py::dict symbol = py::expect_dict(record);
   py::owned file = py::read(state, symbol, py::key::file);
   if (py::missing(file)) return {};
-  py::owned path = py::within(py::step_to(py::key::file), [&] {
+  py::owned path = py::within(py::key::file, [&] {
     py::owned name = norm(py::text_form(std::move(file)));
     if (py::kind_of(name) != py::kind::text) {
       py::within("result of _norm", [&] { py::expect_text(name); });

@@ -5,7 +5,6 @@
 namespace grounding_fit {
 
 using py::handle;
-using py::key;
 using py::module_state;
 using py::owned;
 
@@ -41,17 +40,6 @@ owned path_names::asked_once(owned path) {
   name = py::call(state_[py::utility::norm], text);
   py::set_item(known_, text, name);
   return name;
-}
-
-owned read_text_form(const module_state& state, py::dict symbol, key which) {
-  owned value = py::read(state, symbol, which);
-  if (!value) return py::empty_text();
-  return py::within(py::step_to(which), [&] { return py::text_form(std::move(value)); });
-}
-
-owned read_file_name(const module_state& state, py::dict symbol, path_names& norm) {
-  owned file = read_text_form(state, symbol, key::file);
-  return py::within(py::step_to(key::file), [&] { return norm(std::move(file)); });
 }
 
 }  // namespace grounding_fit

@@ -74,11 +74,7 @@ class path_names {
 inline py::owned read_symbol_name(const py::module_state& state, py::handle record) {
   py::owned fqn = py::read(state, py::expect_dict(record), py::key::fqn);
   if (py::missing(fqn)) return {};
-  return py::within(py::step_to(py::key::fqn), [&] { return py::text_form(std::move(fqn)); });
+  return py::within(py::key::fqn, [&] { return py::text_form(std::move(fqn)); });
 }
-// The text form of the value under a key, an empty text when the key is absent.
-py::owned read_text_form(const py::module_state& state, py::dict symbol, py::key which);
-// The text form of a symbol's file, as the host normalises it: whatever the host gives.
-py::owned read_file_name(const py::module_state& state, py::dict symbol, path_names& norm);
 
 }  // namespace grounding_fit

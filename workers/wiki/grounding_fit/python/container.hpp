@@ -14,6 +14,10 @@ namespace grounding_fit::py {
 // What a look into a list gives: borrowed, but a strong reference where another thread could take
 // the item out of the list at any time.
 using item_ref = std::conditional_t<version::k_free_threaded, owned, handle>;
+inline item_ref item_ref_to(handle borrowed) noexcept {
+  if constexpr (version::k_free_threaded) Py_INCREF(borrowed.get());
+  return refer_to<item_ref>(borrowed.get());
+}
 
 // Item i of an array, or an empty handle when it has not as many (any more).
 inline item_ref array_item(handle array, std::size_t i) noexcept {

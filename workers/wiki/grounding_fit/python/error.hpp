@@ -63,19 +63,26 @@ class place {
   std::tuple<Steps...> steps_;
 };
 
-template <class Place, class Body>
-requires requires(const Place& here, bad_value& error) { here.prepend_to(error); }
-decltype(auto) within(const Place& here, Body&& body) {
+// Where something stands: a place, or what a step is made of. The step is made on the way out
+// alone, so that the usual path carries none.
+template <class Where>
+void prepend_to(bad_value& error, const Where& here) {
+  if constexpr (requires { here.prepend_to(error); }) {
+    here.prepend_to(error);
+  } else {
+    error.prepend(step(here));
+  }
+}
+
+// Adds to an error that passes where it comes from.
+template <class Where, class Body>
+decltype(auto) within(const Where& here, Body&& body) {
   try {
     return body();
   } catch (bad_value& error) {
-    here.prepend_to(error);
+    prepend_to(error, here);
     throw;
   }
-}
-template <class Body>
-decltype(auto) within(step here, Body&& body) {
-  return within(place(here), std::forward<Body>(body));
 }
 
 // Throws a bad_value: "expected EXPECTED, got (the value, or its type)". Runs no code of the

@@ -54,7 +54,7 @@ inline owned new_ref(handle h) noexcept {
   return owned::steal_or_null(h.get());
 }
 
-// A reference of either kind to an object; one of type `owned` takes it over.
+// A reference of either kind; one of type `owned` takes over a new reference.
 template <class Reference>
 Reference refer_to(PyObject* p) noexcept {
   if constexpr (std::is_same_v<Reference, owned>) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string_view>
 
 #include "python/container.hpp"
@@ -10,7 +11,8 @@
 namespace grounding_fit::py {
 
 // The keys of objects that the module reads or writes. One list gives the enumerators and their
-// texts, so that the two cannot differ.
+// texts, so that the two cannot differ. Those of a symbol record stand together, from fqn to
+// has_tests.
 #define GROUNDING_FIT_KEYS(key)                                                                \
   key(path) key(line_start) key(line_end) key(fqn) key(kind) key(file) key(line) key(end_line) \
       key(signature) key(parameters) key(docstring) key(fan_in) key(inside_refs)               \
@@ -34,8 +36,9 @@ inline constexpr std::array k_key_texts = {
 constexpr std::string_view name_of(key which) {
   return k_key_texts[static_cast<std::size_t>(which)];
 }
-// The step to the value under a key, for within().
+// The step to the value under a key, for place() and within().
 constexpr step step_to(key which) { return step::key(name_of(which)); }
+inline void prepend_to(bad_value& error, key which) { error.prepend(step_to(which)); }
 
 // What the host defines for the module.
 enum class utility : std::size_t {
@@ -66,12 +69,18 @@ class module_state {
   handle operator[](key which) const { return refs_[at(which)]; }
   handle operator[](utility which) const { return refs_[at(which)]; }
   handle operator[](module_object which) const { return refs_[at(which)]; }
+  // The key whose very object a text is, if it is one.
+  std::optional<key> key_of(handle text) const {
+    const auto found = static_cast<key>(key_at_[slot_of(text)]);
+    return refs_[at(found)] == text.get() ? std::optional(found) : std::nullopt;
+  }
   template <class Name>
   void keep(Name which, owned value) {
     PyObject*& ref = refs_[at(which)];
     const owned before = owned::steal_or_null(std::exchange(ref, value.release()));
   }
 
+  void keep_keys();  // the text of every key
   void set_ready() { ready_ = true; }
   int traverse(visitproc visit, void* arg) const noexcept {
     for (PyObject* ref : refs_) Py_VISIT(ref);
@@ -99,6 +108,15 @@ class module_state {
     return k_objects_at + static_cast<std::size_t>(which);
   }
 
+  // A perfect hash of the keys' addresses: a factor that gives each a slot of its own.
+  static constexpr int k_slot_bits = 7;
+  std::size_t slot_of(handle text) const {
+    return reinterpret_cast<std::uintptr_t>(text.get()) * slot_factor_ >> (64 - k_slot_bits);
+  }
+  bool give_slots();
+
+  std::uint64_t slot_factor_;
+  std::uint8_t key_at_[1 << k_slot_bits];
   PyObject* refs_[k_refs];
   bool ready_;  // nothing may be called before all of them are there, nor once they are let go
 };
@@ -109,14 +127,6 @@ inline const module_state& loaded(const void* state) {
   const auto* found = static_cast<const module_state*>(state);
   if (found != nullptr && found->ready_) return *found;
   raise_error(PyExc_ImportError, "grounding_fit is not loaded: its import is going on or failed");
-}
-
-// Keeps the text of every key.
-inline void keep_keys(module_state& state) {
-  for (std::size_t i = 0; i < k_key_texts.size(); ++i) {
-    state.keep(static_cast<key>(i),
-               owned::steal(PyUnicode_InternFromString(k_key_texts[i].data())));
-  }
 }
 
 // The value under a key of an object, or an empty handle.

@@ -24,6 +24,10 @@ inline kind kind_of(handle h) noexcept {
 
 inline bool is_plain_integer(handle value) noexcept { return PyLong_CheckExact(value.get()); }
 inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
+// Whether it is the one plain text of its characters that Python shares, as keys in code are.
+inline bool is_interned(handle value) noexcept {
+  return is_plain_text(value) && PyUnicode_CHECK_INTERNED(value.get()) != 0;
+}
 
 // The value of a text that kind_of has recognised. The view lives as long as the text.
 inline text_view view_of(handle text) {
@@ -37,9 +41,18 @@ inline text_view view_of(handle text) {
           width, range};
 }
 
+// The units of a text that is ASCII, in the form in which Python keeps nearly all; else null.
+inline const std::uint8_t* ascii_units_of(handle text) noexcept {
+  return PyUnicode_IS_COMPACT_ASCII(text.get()) ? PyUnicode_1BYTE_DATA(text.get()) : nullptr;
+}
+
+// In code points, of a text that has its final form.
+inline std::size_t length_of(handle text) noexcept {
+  return static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get()));
+}
 inline bool text_is_empty(handle text) {
   if (!version::make_ready(text.get())) throw python_error_set{};
-  return PyUnicode_GET_LENGTH(text.get()) == 0;
+  return length_of(text) == 0;
 }
 
 inline bool truth_of(handle boolean) noexcept { return boolean.get() == Py_True; }
@@ -54,6 +67,8 @@ bool unusual_is_missing(handle value);
 inline bool missing(handle value) {
   if (!value) return true;
   if (is_plain_text(value)) return text_is_empty(value);
+  std::int64_t integer = 0;
+  if (is_plain_integer(value) && version::small_integer(value.get(), integer)) return integer == 0;
   return unusual_is_missing(value);
 }
 

@@ -1,5 +1,7 @@
 #include "symbol_rendering/listing.hpp"
 
+#include "python/make.hpp"
+
 namespace grounding_fit {
 
 using py::handle;
@@ -17,18 +19,26 @@ text_view stripped(text_view text) {
   return text.slice(start, end - start);
 }
 
+// The text form of the value under a key, an empty text when the key is absent.
+owned read_text_form(const module_state& state, py::dict symbol, key which) {
+  owned value = py::read(state, symbol, which);
+  if (!value) return py::empty_text();
+  return py::within(which, [&] { return py::text_form(std::move(value)); });
+}
+
 // The signature, or else the documentation, whose first line says what the symbol is.
 owned description(const module_state& state, py::dict symbol) {
   for (const key which : {key::signature, key::docstring}) {
     owned value = py::read(state, symbol, which);
     if (py::missing(value)) continue;
-    return py::within(py::step_to(which), [&] { return py::text_form(std::move(value)); });
+    return py::within(which, [&] { return py::text_form(std::move(value)); });
   }
   return {};
 }
 
 }  // namespace
 
+// Half of a record's keys are read, which look-ups find sooner than a walk over all.
 listed_line::listed_line(const module_state& state, handle record, path_names& norm) {
   const py::dict symbol = py::expect_dict(record);
   start_ = read_line(state, symbol, key::line);
@@ -42,9 +52,11 @@ listed_line::listed_line(const module_state& state, handle record, path_names& n
   }
   name_ = read_text_form(state, symbol, key::fqn);
   kind_ = read_text_form(state, symbol, key::kind);
-  owned file = read_file_name(state, symbol, norm);
-  py::within(py::place(py::step_to(key::file), "result of _norm"),
-             [&] { file_ = py::text_form(std::move(file)); });
+  owned file = read_text_form(state, symbol, key::file);
+  py::within(key::file, [&] {
+    owned name = norm(std::move(file));
+    py::within("result of _norm", [&] { file_ = py::text_form(std::move(name)); });
+  });
 }
 
 template <class Out>

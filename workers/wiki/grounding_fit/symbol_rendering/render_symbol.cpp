@@ -1,10 +1,10 @@
 #include "symbol_rendering/render_symbol.hpp"
 
+#include "python/object_values.hpp"
 #include "symbol_rendering/listing.hpp"
 
 namespace grounding_fit {
 
-using py::dict;
 using py::handle;
 using py::key;
 using py::module_state;
@@ -21,15 +21,15 @@ struct plain_line {
 // The first lines of a logic skeleton, and how many it leaves out.
 void add_skeleton(text_view digest, text_builder& out) {
   std::size_t lines = 1;
-  std::size_t shown = digest.length();
+  std::size_t end = digest.length();
   for (std::size_t at = digest.find('\n'); at != text_view::npos; at = digest.find('\n', at + 1)) {
-    if (lines++ == k_skeleton_lines) shown = at;
+    if (lines++ == k_skeleton_lines) end = at;
   }
   out.add("\nlogic skeleton:\n```\n");
-  out.add(digest.slice(0, shown));
+  out.add(digest.slice(0, end));
   if (lines > k_skeleton_lines) {
     out.add("\n... (");
-    out.add_number(__int128(lines - k_skeleton_lines));
+    out.add_number(static_cast<std::int64_t>(lines - k_skeleton_lines));
     out.add(" more)");
   }
   out.add("\n```");
@@ -38,12 +38,11 @@ void add_skeleton(text_view digest, text_builder& out) {
 // Writes the lines of one symbol block, each in the order in which the rules read its keys.
 class block_writer {
  public:
-  block_writer(const module_state& state, handle record, text_builder& out)
-      : state_(state), symbol_(py::expect_dict(record)), out_(out) {}
+  block_writer(const module_state& state, handle record)
+      : state_(state), record_(py::expect_dict(record)), symbol_(state, record_) {}
 
   void head() {
-    path_names norm(state_, path_names::asking::every_time);
-    owned file = read_file_name(state_, symbol_, norm);
+    const owned file = file_name();
     out_.add("### ");
     field(key::fqn, "");
     out_.add(" (");
@@ -55,34 +54,35 @@ class block_writer {
   }
 
   void line(const plain_line& shape) {
-    owned value = py::read(state_, symbol_, shape.which);
-    if (!py::missing(value)) add_line(shape, std::move(value));
+    const handle value = symbol_[shape.which];
+    if (!py::missing(value)) add_line(shape, value);
   }
 
   // "params: name: type, name"; no line when no entry has a name.
   void parameters() {
     list(key::parameters, "\nparams: ", [&](handle entry, std::string_view separator) {
-      const dict parameter = py::expect_dict(entry);
-      owned name = py::read(state_, parameter, key::name);
+      py::object_values<key::name, key::type> parameter(state_, py::expect_dict(entry));
+      const handle name = parameter[key::name];
+      if (!parameter.plain()) symbol_.reread();
       if (py::missing(name)) return false;
       out_.add(separator);
-      py::within(py::step_to(key::name), [&] { out_.add_string(name); });
-      owned type = py::read(state_, parameter, key::type);
+      py::within(key::name, [&] { out_.add_string(name); });
+      const handle type = parameter[key::type];
       if (py::missing(type)) return true;
       out_.add(": ");
-      py::within(py::step_to(key::type), [&] { out_.add_value(type); });
+      add_value(key::type, type);
       return true;
     });
   }
 
-  // The body, or the logic skeleton that stands in for one that is not given.
+  // The body, or the logic skeleton in its place where there is no body.
   void body() {
-    owned snippet = py::read(state_, symbol_, key::snippet);
+    const handle snippet = symbol_[key::snippet];
     if (py::missing(snippet)) return skeleton();
-    add_line({key::snippet, "```\n", "\n```"}, std::move(snippet));
-    owned cut = py::read(state_, symbol_, key::snippet_cut);
+    add_line({key::snippet, "\n```\n", "\n```"}, snippet);
+    const handle cut = symbol_[key::snippet_cut];
     if (py::missing(cut)) return;
-    add_line({key::snippet_cut, "body cut: ", " more lines, to L"}, std::move(cut));
+    add_line({key::snippet_cut, "\nbody cut: ", " more lines, to L"}, cut);
     field(key::end_line, "0");
   }
 
@@ -96,40 +96,57 @@ class block_writer {
 
   void related() {
     list(key::related, "\nrelated: ", [&](handle entry, std::string_view separator) {
-      owned fqn = py::read(state_, py::expect_dict(entry), key::fqn);
+      py::object_values<key::fqn, key::fqn> symbol(state_, py::expect_dict(entry));
+      const handle fqn = symbol[key::fqn];
+      if (!symbol.plain()) symbol_.reread();
       if (py::missing(fqn)) return false;
       out_.add(separator);
-      py::within(py::step_to(key::fqn), [&] { out_.add_string(fqn); });
+      py::within(key::fqn, [&] { out_.add_string(fqn); });
       return true;
     });
   }
 
   void has_tests() {
-    if (!py::missing(py::read(state_, symbol_, key::has_tests))) out_.add("\nhas_tests: yes");
+    if (!py::missing(symbol_[key::has_tests])) out_.add("\nhas_tests: yes");
   }
+
+  owned text() const { return out_.text(); }
 
  private:
-  // The text form of a value, `otherwise` when its key is absent.
-  void field(key which, text_view otherwise) {
-    owned value = py::read(state_, symbol_, which);
-    if (!value) return out_.add(otherwise);
-    py::within(py::step_to(which), [&] { out_.add_value(value); });
+  // Whatever the host's _norm gives. It comes first, and what it changes of the record shows in all
+  // that is read later.
+  owned file_name() {
+    owned file = py::read(state_, record_, key::file);
+    path_names norm(state_, path_names::asking::every_time);
+    return py::within(
+        key::file, [&] { return norm(file ? py::text_form(std::move(file)) : py::empty_text()); });
   }
 
-  void add_line(const plain_line& shape, owned value) {
-    out_.add("\n");
+  void add_value(key which, handle value) {
+    symbol_.reread_after(value);
+    py::within(which, [&] { out_.add_value(value); });
+  }
+
+  // The text form of a value, `otherwise` when its key is absent.
+  void field(key which, text_view otherwise) {
+    const handle value = symbol_[which];
+    if (!value) return out_.add(otherwise);
+    add_value(which, value);
+  }
+
+  void add_line(const plain_line& shape, handle value) {
     out_.add(shape.before);
-    py::within(py::step_to(shape.which), [&] { out_.add_value(value); });
-    out_.add(shape.after);
+    add_value(shape.which, value);
+    if (!shape.after.empty()) out_.add(shape.after);
   }
 
   // The entries of an array in one line. `add` adds one after its separator, or says that it has
   // nothing to add; a line without entries is left out.
   template <class Add>
   void list(key which, std::string_view title, Add&& add) {
-    const owned value = py::read(state_, symbol_, which);
+    const owned value = py::new_ref(symbol_[which]);
     if (py::missing(value)) return;
-    py::within(py::step_to(which), [&] {
+    py::within(which, [&] {
       py::expect_array(value);
       bool any = false;
       for (std::size_t i = 0; const owned entry = py::new_ref(py::array_item(value, i)); ++i) {
@@ -139,36 +156,34 @@ class block_writer {
   }
 
   void skeleton() {
-    owned digest = py::read(state_, symbol_, key::body_digest);
-    if (py::missing(digest)) return;
-    const owned text =
-        py::within(py::step_to(key::body_digest), [&] { return py::text_form(std::move(digest)); });
-    add_skeleton(py::view_of(text), out_);
+    if (py::missing(symbol_[key::body_digest])) return;
+    const owned digest = symbol_.text_form(key::body_digest);
+    add_skeleton(py::view_of(digest), out_);
   }
 
   const module_state& state_;
-  dict symbol_;
-  text_builder& out_;
+  py::dict record_;
+  py::object_values<key::fqn, key::has_tests> symbol_;
+  text_builder out_{text_range::basic};  // for the dash
 };
 
 }  // namespace
 
 owned render_symbol(const module_state& state, handle record) {
-  text_builder text(text_range::basic);  // for the dash
-  block_writer lines(state, record, text);
-  lines.head();
-  lines.line({key::signature, "signature: ", ""});
-  lines.parameters();
-  lines.line({key::docstring, "doc: ", ""});
-  lines.line({key::fan_in, "fan-in: ", " references from production code outside this page"});
-  lines.line({key::inside_refs, "inside this page: ", " references from its own files"});
-  lines.line({key::neighbour_refs, "outside this page: its files reference it ", " times"});
-  lines.body();
-  lines.callees();
-  lines.line({key::usage_example, "usage: ", ""});
-  lines.related();
-  lines.has_tests();
-  return text.text();
+  block_writer block(state, record);
+  block.head();
+  block.line({key::signature, "\nsignature: ", ""});
+  block.parameters();
+  block.line({key::docstring, "\ndoc: ", ""});
+  block.line({key::fan_in, "\nfan-in: ", " references from production code outside this page"});
+  block.line({key::inside_refs, "\ninside this page: ", " references from its own files"});
+  block.line({key::neighbour_refs, "\noutside this page: its files reference it ", " times"});
+  block.body();
+  block.callees();
+  block.line({key::usage_example, "\nusage: ", ""});
+  block.related();
+  block.has_tests();
+  return block.text();
 }
 
 }  // namespace grounding_fit

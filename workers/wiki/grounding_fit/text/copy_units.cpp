@@ -15,7 +15,7 @@ void copy_each(void* to, text_view from) {
 
 }  // namespace
 
-void copy_other_units(void* to, unsigned width, text_view from) noexcept {
+void copy_units(void* to, unsigned width, text_view from) noexcept {
   if (from.empty()) return;
   if (width == from.width()) {
     std::memcpy(to, from.units(), from.bytes());

@@ -1,41 +1,57 @@
 // Copying a text to units of another width.
 #pragma once
 
+#include <bit>
+
 #include "text/text_view.hpp"
 
 namespace grounding_fit {
 
 // `to` has room for the text in units of `width` bytes, which hold its every code point. A part of
 // a text may be narrower than the text it is a part of, so units go both ways.
-void copy_other_units(void* to, unsigned width, text_view from) noexcept;
+void copy_units(void* to, unsigned width, text_view from) noexcept;
 
-// A vector of units, each widened to two bytes.
-template <class Narrow, class Wide>
-void widen_vector(std::uint16_t* to, const std::uint8_t* from) noexcept {
-  Narrow units;
-  std::memcpy(&units, from, sizeof units);
-  const Wide widened = __builtin_convertvector(units, Wide);
-  std::memcpy(to, &widened, sizeof widened);
-}
-typedef std::uint8_t narrow_4 __attribute__((vector_size(4)));
-typedef std::uint8_t narrow_8 __attribute__((vector_size(8)));
-typedef std::uint16_t wide_4 __attribute__((vector_size(8)));
-typedef std::uint16_t wide_8 __attribute__((vector_size(16)));
-
-// Short texts in here, as two copies of one size that may overlap.
-inline void copy_units(void* to, unsigned width, text_view from) noexcept {
-  const std::size_t length = from.length();
-  if (width != 2 || from.width() != 1 || length > 16) return copy_other_units(to, width, from);
-  auto* wide = static_cast<std::uint16_t*>(to);
-  const auto* narrow = static_cast<const std::uint8_t*>(from.units());
-  if (length >= 8) {
-    widen_vector<narrow_8, wide_8>(wide, narrow);
-    widen_vector<narrow_8, wide_8>(wide + length - 8, narrow + length - 8);
-  } else if (length >= 4) {
-    widen_vector<narrow_4, wide_4>(wide, narrow);
-    widen_vector<narrow_4, wide_4>(wide + length - 4, narrow + length - 4);
+// Eight units, each widened to two bytes.
+inline void widen_8(std::uint16_t* to, const std::uint8_t* from) noexcept {
+  typedef std::uint8_t lanes __attribute__((vector_size(16)));
+  constexpr lanes zero{};
+  lanes units{};
+  std::memcpy(&units, from, 8);
+  if constexpr (std::endian::native == std::endian::little) {
+    units = __builtin_shufflevector(units, zero, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7,
+                                    23);
   } else {
-    for (std::size_t i = 0; i < length; ++i) wide[i] = narrow[i];
+    units = __builtin_shufflevector(zero, units, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7,
+                                    23);
+  }
+  std::memcpy(to, &units, sizeof units);
+}
+
+// Four units, each widened to two bytes.
+inline void widen_4(std::uint16_t* to, const std::uint8_t* from) noexcept {
+  std::uint32_t units;
+  std::memcpy(&units, from, sizeof units);
+  std::uint64_t wide = (units | std::uint64_t{units} << 16) & 0x0000ffff0000ffff;
+  wide = (wide | wide << 8) & 0x00ff00ff00ff00ff;
+  std::memcpy(to, &wide, sizeof wide);
+}
+
+// Up to so many units, by copies of one size that may overlap: in here, since most pieces of a text
+// are that short.
+inline constexpr std::size_t k_short_copy = 32;
+inline void widen_short(std::uint16_t* to, const std::uint8_t* from, std::size_t length) noexcept {
+  if (length >= 8) {
+    widen_8(to, from);
+    if (length > 16) {
+      widen_8(to + 8, from + 8);
+      widen_8(to + length - 16, from + length - 16);
+    }
+    widen_8(to + length - 8, from + length - 8);
+  } else if (length >= 4) {
+    widen_4(to, from);
+    widen_4(to + length - 4, from + length - 4);
+  } else {
+    for (std::size_t i = 0; i < length; ++i) to[i] = from[i];
   }
 }
 
