@@ -43,9 +43,10 @@ std::int64_t real_size(handle value, precision how) {
 
 }  // namespace
 
-std::int64_t json_meter::size_of(handle value, precision how) {
+// A call for every item would cost the agent path a fiftieth.
+[[gnu::always_inline]] inline std::int64_t json_meter::size_of_item(handle value, precision how) {
   switch (py::kind_of(value)) {
-    case kind::text: return json_string_size(py::view_of(value), how);
+    case kind::text: return json_string_size(value, how);
     case kind::integer: return integer_size(value, how);
     case kind::object: return size_of_object(py::new_ref(py::dict_of(value)), how);
     case kind::array: return size_of_array(py::new_ref(value), how);
@@ -56,12 +57,15 @@ std::int64_t json_meter::size_of(handle value, precision how) {
   }
 }
 
+std::int64_t json_meter::size_of(handle value, precision how) { return size_of_item(value, how); }
+
 std::int64_t json_meter::size_of_array(owned array, precision how) {
   const level here(levels_left_);
   tally items;
   std::size_t i = 0;
   try {
-    for (; const py::item_ref item = py::array_item(array, i); ++i) items.add(size_of(item, how));
+    for (; const py::item_ref item = py::array_item(array, i); ++i)
+      items.add(size_of_item(item, how));
   } catch (py::bad_value& error) {
     error.prepend(i);
     throw;
@@ -82,7 +86,7 @@ std::int64_t json_meter::size_of_object(owned object, precision how) {
 
 std::int64_t json_meter::size_of_new_key(std::size_t position, handle key) {
   if (py::kind_of(key) != kind::text) py::refuse(py::fault::type, "string keys", key);
-  const std::int64_t size = json_string_size(py::view_of(key));
+  const std::int64_t size = json_string_size(key, precision::exact);
   // Releasing a text of a derived type could run its finalizer, in the middle of a walk.
   if (py::is_plain_text(key)) keys_[position % std::size(keys_)] = {py::new_ref(key), size};
   return size;
@@ -92,7 +96,7 @@ std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle
                                         precision how) {
   const std::int64_t size = size_of_key(position, key) + 2;
   const kind what = py::kind_of(value);
-  if (what == kind::text) return size + json_string_size(py::view_of(value), how);
+  if (what == kind::text) return size + json_string_size(value, how);
   if (what == kind::integer) return size + integer_size(value, how);
   const owned held = py::new_ref(key);
   try {

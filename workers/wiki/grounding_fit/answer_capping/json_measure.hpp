@@ -16,18 +16,17 @@ inline constexpr std::int64_t k_answer_max_chars = 40000;  // the cap of an answ
 // is read, since a text takes at least its own length. Both refuse the same values.
 enum class precision { exact, bound };
 
-inline std::int64_t inner_size(text_view text, precision how) {
-  return how == precision::exact ? escaped_length(text) : static_cast<std::int64_t>(text.length());
+// Of a text as a JSON string.
+inline std::int64_t json_string_size(text_view text) { return 2 + escaped_length(text); }
+inline std::int64_t json_string_size(py::handle text, precision how) {
+  if (how == precision::bound) return 2 + static_cast<std::int64_t>(py::length_of(text));
+  return json_string_size(py::view_of(text));
 }
-// Measures a text exactly once; `known` is below 0 until then.
+// Between its quotes, measured exactly only once; `known` is below 0 until then.
 inline std::int64_t inner_size_once(text_view text, precision how, std::int64_t& known) {
   if (known >= 0) return known;
-  const std::int64_t size = inner_size(text, how);
-  if (how == precision::exact) known = size;
-  return size;
-}
-inline std::int64_t json_string_size(text_view text, precision how = precision::exact) {
-  return 2 + inner_size(text, how);
+  if (how == precision::bound) return static_cast<std::int64_t>(text.length());
+  return known = escaped_length(text);
 }
 // A member of an object, the ": " between key and value included.
 inline std::int64_t member_size(text_view key, std::int64_t value) {
@@ -57,6 +56,7 @@ class json_meter {
                               precision how);
 
  private:
+  std::int64_t size_of_item(py::handle value, precision how);
   std::int64_t size_of_array(py::owned array, precision how);
   std::int64_t size_of_object(py::owned object, precision how);
   std::int64_t size_of_key(std::size_t position, py::handle key) {

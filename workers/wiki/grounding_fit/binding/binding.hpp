@@ -90,10 +90,12 @@ inline py::items expect_items(const char* name, py::handle value) {
 
 // The records of an array argument: symbols without a text.
 inline std::vector<symbol_block> expect_records(const char* name, py::handle value) {
-  const py::items items = expect_items(name, value);
+  py::within(name, [&] { py::expect_array(value); });
   std::vector<symbol_block> records;
-  records.reserve(items.size());
-  for (std::size_t i = 0; i < items.size(); ++i) records.push_back({{}, py::new_ref(items[i])});
+  records.reserve(py::size_of_array(value));
+  for (std::size_t i = 0; const py::item_ref record = py::array_item(value, i); ++i) {
+    records.push_back({{}, py::new_ref(record)});
+  }
   return records;
 }
 

@@ -8,6 +8,7 @@ arguments::arguments(std::span<const std::string_view> names, std::size_t requir
                      PyObject* const* args, std::size_t positional, PyObject* keywords)
     : names_(names) {
   for (std::size_t i = 0; i < positional; ++i) set_positional(i, args[i]);
+  if (keywords == nullptr && positional == names.size()) return;  // as nearly all calls are made
   const std::size_t named = keywords == nullptr ? 0 : size_of_array(keywords);
   for (std::size_t i = 0; i < named; ++i) {
     set_keyword(array_item(keywords, i), args[positional + i]);

@@ -114,9 +114,10 @@ class mapping {
 // two steps and change the dict, the walk stays safe but may skip or repeat members.
 class live_walk {
  public:
-  explicit live_walk(dict of) : dict_(of.object()) {}
+  explicit live_walk(dict of) : dict_(of.object()), left_(of.size()) {}
   bool next(handle& key, handle& value) noexcept {
     PyObject *next_key, *next_value;
+    if (left_-- == 0) return false;  // sooner than Python would tell
     if (!PyDict_Next(dict_.get(), &position_, &next_key, &next_value)) return false;
     key = next_key;
     value = next_value;
@@ -125,6 +126,7 @@ class live_walk {
 
  private:
   handle dict_;
+  std::size_t left_;  // members that it had
   Py_ssize_t position_ = 0;
 };
 

@@ -31,22 +31,21 @@ struct entered_stack {
 // long before Python meets a limit of its own.
 class entry_guard {
  public:
-  entry_guard() noexcept : here_(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))) {
-    entered_stack& stack = current_stack;
+  entry_guard() noexcept
+      : stack_(current_stack), here_(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))) {
     // Stacks grow down: an outermost entry below this one belongs to a stack that is gone.
-    if (here_ > stack.outermost || stack.outermost == 0) {
-      stack.outermost = here_;
-      stack.most = std::min(k_most_stack, stack_below(here_) / 2);
-    }
-    outermost_ = stack.outermost;
-    too_deep_ = outermost_ - here_ > stack.most;
+    if (here_ <= stack_.outermost) return;
+    if (stack_.end == 0) stack_.end = find_stack_end();
+    const std::size_t left = here_ > stack_.end ? here_ - stack_.end : k_most_stack;
+    stack_.outermost = here_;
+    stack_.most = std::min(k_most_stack, left / 2);
   }
   ~entry_guard() {
-    if (outermost_ == here_) current_stack.outermost = 0;
+    if (stack_.outermost == here_) stack_.outermost = 0;
   }
   entry_guard(const entry_guard&) = delete;
 
-  bool too_deep() const noexcept { return too_deep_; }
+  bool too_deep() const noexcept { return stack_.outermost - here_ > stack_.most; }
 
  private:
   // Python's own frames below the outermost entry need room too, so this is far from 8 megabytes.
@@ -54,15 +53,10 @@ class entry_guard {
 
   static inline constinit thread_local entered_stack current_stack = {};
 
-  // Bytes of this thread's stack below an address.
-  static std::size_t stack_below(std::uintptr_t here) noexcept {
-    if (current_stack.end == 0) current_stack.end = find_stack_end();
-    return here > current_stack.end ? here - current_stack.end : k_most_stack;
-  }
   static std::uintptr_t find_stack_end() noexcept;  // 1 where nothing tells it
 
-  std::uintptr_t here_, outermost_;
-  bool too_deep_;
+  entered_stack& stack_;
+  std::uintptr_t here_;
 };
 
 [[noreturn, gnu::cold]] void refuse_reentry();

@@ -6,6 +6,16 @@
 
 namespace grounding_fit::py {
 
+namespace {
+
+owned new_text_of(text_range range, std::size_t length) {
+  constexpr Py_UCS4 largest[] = {0x7f, 0xff, 0xffff, 0x10ffff};
+  return owned::steal(
+      PyUnicode_New(static_cast<Py_ssize_t>(length), largest[static_cast<std::size_t>(range)]));
+}
+
+}  // namespace
+
 owned new_text(std::span<const text_view> pieces) {
   std::size_t length = 0;
   text_range range = text_range::ascii;
@@ -13,9 +23,7 @@ owned new_text(std::span<const text_view> pieces) {
     length += piece.length();
     range = std::max(range, piece.range());
   }
-  constexpr Py_UCS4 largest[] = {0x7f, 0xff, 0xffff, 0x10ffff};
-  owned text = owned::steal(
-      PyUnicode_New(static_cast<Py_ssize_t>(length), largest[static_cast<std::size_t>(range)]));
+  owned text = new_text_of(range, length);
   const unsigned width = PyUnicode_KIND(text.get());
   auto* to = static_cast<std::byte*>(PyUnicode_DATA(text.get()));
   for (const text_view& piece : pieces) {
@@ -23,6 +31,12 @@ owned new_text(std::span<const text_view> pieces) {
     to += piece.length() * width;
   }
   return text;
+}
+
+owned new_text(text_view text) {
+  owned made = new_text_of(text.range(), text.length());
+  copy_units(PyUnicode_DATA(made.get()), PyUnicode_KIND(made.get()), text);
+  return made;
 }
 
 owned empty_text() { return owned::steal(PyUnicode_New(0, 0)); }
@@ -58,9 +72,5 @@ owned new_real(double value) { return owned::steal(PyFloat_FromDouble(value)); }
 owned new_dict() { return owned::steal(PyDict_New()); }
 
 owned read_only_view(handle dict) { return owned::steal(PyDictProxy_New(dict.get())); }
-
-void set_item(handle dict, handle key, handle value) {
-  if (PyDict_SetItem(dict.get(), key.get(), value.get()) < 0) throw python_error_set{};
-}
 
 }  // namespace grounding_fit::py

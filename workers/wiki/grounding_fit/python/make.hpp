@@ -12,7 +12,7 @@
 namespace grounding_fit::py {
 
 owned new_text(std::span<const text_view> pieces);  // joined at their common width
-inline owned new_text(text_view text) { return new_text({&text, 1}); }
+owned new_text(text_view text);
 owned empty_text();
 owned new_list(std::vector<owned> values, std::vector<owned> more = {});
 owned new_tuple(std::vector<owned> values);
@@ -21,7 +21,9 @@ owned new_wide_integer(__int128 value);
 owned new_unsigned(std::uint64_t value);
 owned new_real(double value);
 owned new_dict();
-void set_item(handle dict, handle key, handle value);
+inline void set_item(handle dict, handle key, handle value) {
+  if (PyDict_SetItem(dict.get(), key.get(), value.get()) < 0) throw python_error_set{};
+}
 owned read_only_view(handle dict);  // which a caller can get at the dict through, all the same
 inline owned null() noexcept { return new_ref(Py_None); }
 

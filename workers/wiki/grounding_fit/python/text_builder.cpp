@@ -24,7 +24,7 @@ void text_builder::add_any(text_view piece) {
 inline bool text_builder::add_plain(handle value) {
   if (!py::is_plain_text(value)) return false;
   const std::uint8_t* ascii = py::ascii_units_of(value);
-  return ascii != nullptr && add_short(ascii, py::length_of(value));
+  return ascii != nullptr && add_narrow(ascii, py::length_of(value));
 }
 
 void text_builder::add_string(handle value) {
@@ -32,15 +32,16 @@ void text_builder::add_string(handle value) {
 }
 
 void text_builder::add_value(handle value) {
-  if (!add_plain(value)) add_any_value(value);
+  if (add_plain(value)) return;
+  const auto small = py::is_plain_integer(value) ? py::small_integer(value) : std::nullopt;
+  if (small) return add_number(*small);
+  add_any_value(value);
 }
 
 void text_builder::add_any_value(handle value) {
   switch (py::kind_of(value)) {
     case kind::text: return add(py::view_of(value));
-    case kind::integer:
-      if (const auto small = py::small_integer(value)) return add_number(*small);
-      return add_number(py::integer::of(py::new_ref(value)));
+    case kind::integer: return add_number(py::integer::of(py::new_ref(value)));
     default: {
       const owned form = py::text_form(py::new_ref(value));
       add(py::view_of(form));

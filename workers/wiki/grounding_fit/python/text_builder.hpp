@@ -25,10 +25,17 @@ class text_builder {
   text_builder(const text_builder&) = delete;
 
   void add(text_view piece) {
-    const bool narrow = piece.width() == 1 && piece.range() <= range_;
-    if (narrow && add_short(static_cast<const std::uint8_t*>(piece.units()), piece.length()))
-      return;
-    add_any(piece);
+    const auto* units = static_cast<const std::uint8_t*>(piece.units());
+    if (piece.width() != 1 || !add_narrow(units, piece.length())) add_any(piece);
+  }
+  // A text of the module's own, in the width of most that are built.
+  template <std::size_t Size>
+  void add(const char16_t (&literal)[Size]) {
+    constexpr std::size_t bytes = 2 * (Size - 1);  // without the mark of its end
+    if (width_ != 2 || bytes > room_) return add_any(std::u16string_view(literal, Size - 1));
+    std::memcpy(end_, literal, bytes);
+    end_ += bytes;
+    room_ -= bytes;
   }
   // The text form of a value.
   void add_value(py::handle value);
@@ -51,11 +58,11 @@ class text_builder {
   // Few of the texts that are built so have more, so that most ask for no memory.
   static constexpr std::size_t k_first_room = 4096;
 
-  // Adds what most pieces are: a few units of one byte, to a text of two bytes that has room.
-  bool add_short(const std::uint8_t* units, std::size_t length) {
+  // Adds what most pieces are, units of one byte to a text of two bytes, where that has room.
+  bool add_narrow(const std::uint8_t* units, std::size_t length) {
     const std::size_t bytes = 2 * length;
-    if (width_ != 2 || length > k_short_copy || bytes > room_) return false;
-    widen_short(reinterpret_cast<std::uint16_t*>(end_), units, length);
+    if (width_ != 2 || bytes > room_) return false;
+    grounding_fit::widen(reinterpret_cast<std::uint16_t*>(end_), units, length);
     end_ += bytes;
     room_ -= bytes;
     return true;

@@ -46,14 +46,12 @@ inline const std::uint8_t* ascii_units_of(handle text) noexcept {
   return PyUnicode_IS_COMPACT_ASCII(text.get()) ? PyUnicode_1BYTE_DATA(text.get()) : nullptr;
 }
 
-// In code points, of a text that has its final form.
-inline std::size_t length_of(handle text) noexcept {
+// In code points.
+inline std::size_t length_of(handle text) {
+  if (!version::make_ready(text.get())) throw python_error_set{};
   return static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get()));
 }
-inline bool text_is_empty(handle text) {
-  if (!version::make_ready(text.get())) throw python_error_set{};
-  return length_of(text) == 0;
-}
+inline bool text_is_empty(handle text) { return length_of(text) == 0; }
 
 inline bool truth_of(handle boolean) noexcept { return boolean.get() == Py_True; }
 inline double value_of_real(handle real) noexcept { return PyFloat_AS_DOUBLE(real.get()); }
@@ -67,6 +65,7 @@ bool unusual_is_missing(handle value);
 inline bool missing(handle value) {
   if (!value) return true;
   if (is_plain_text(value)) return text_is_empty(value);
+  if (value.is(Py_None)) return true;
   std::int64_t integer = 0;
   if (is_plain_integer(value) && version::small_integer(value.get(), integer)) return integer == 0;
   return unusual_is_missing(value);

@@ -62,12 +62,12 @@ listed_line::listed_line(const module_state& state, handle record, path_names& n
 template <class Out>
 void listed_line::describe(Out&& out) const {
   static constexpr json_literal k_open = "- `", k_kind = "` (", k_line = ":L", k_last = "-L",
-                                k_what = ": ", k_more = "...";
+                                k_what = ": ", k_more = "...", k_before_file = k_dash;
   out(k_open);
   out(py::view_of(name_));
   out(k_kind);
   out(py::view_of(kind_));
-  out(k_dash);
+  out(k_before_file);
   out(py::view_of(file_));
   out(k_line);
   out(start_);

@@ -11,7 +11,7 @@ inline constexpr std::size_t k_listed_chars = 80;  // code points of a signature
 inline constexpr std::size_t k_listed_max = 30;    // records that the fitting paths list
 inline constexpr json_literal k_listed_heading =
     "## More declarations (lines and signature only; ask for a body with query=)";
-inline constexpr json_literal k_dash = u") \u2014 ";  // between a symbol's kind and its file
+inline constexpr char16_t k_dash[] = u") \u2014 ";  // between a symbol's kind and its file
 
 // One listed line, read once and then measured or written as often as needed.
 class listed_line {

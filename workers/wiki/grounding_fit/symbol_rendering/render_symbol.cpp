@@ -12,12 +12,6 @@ using py::owned;
 
 namespace {
 
-// A line that is there when its value is: what comes before and after the value's text form.
-struct plain_line {
-  key which;
-  std::string_view before, after;
-};
-
 // The first lines of a logic skeleton, and how many it leaves out.
 void add_skeleton(text_view digest, text_builder& out) {
   std::size_t lines = 1;
@@ -43,35 +37,36 @@ class block_writer {
 
   void head() {
     const owned file = file_name();
-    out_.add("### ");
+    out_.add(u"### ");
     field(key::fqn, "");
-    out_.add(" (");
+    out_.add(u" (");
     field(key::kind, "");
     out_.add(k_dash);
     py::within(py::place(py::step_to(key::file), "result of _norm"), [&] { out_.add_value(file); });
-    out_.add(":L");
+    out_.add(u":L");
     field(key::line, "0");
   }
 
-  void line(const plain_line& shape) {
-    const handle value = symbol_[shape.which];
-    if (!py::missing(value)) add_line(shape, value);
+  // A line that is there when its value is, with what comes before and after the value's text form.
+  template <std::size_t Before, std::size_t After = 1>
+  void line(key which, const char16_t (&before)[Before], const char16_t (&after)[After] = u"") {
+    const handle value = symbol_[which];
+    if (!py::missing(value)) add_line(which, value, before, after);
   }
 
   // "params: name: type, name"; no line when no entry has a name.
   void parameters() {
-    list(key::parameters, "\nparams: ", [&](handle entry, std::string_view separator) {
+    list(key::parameters, u"\nparams: ", [&](handle entry, auto&& separate) {
       py::object_values<key::name, key::type> parameter(state_, py::expect_dict(entry));
       const handle name = parameter[key::name];
       if (!parameter.plain()) symbol_.reread();
-      if (py::missing(name)) return false;
-      out_.add(separator);
+      if (py::missing(name)) return;
+      separate();
       py::within(key::name, [&] { out_.add_string(name); });
       const handle type = parameter[key::type];
-      if (py::missing(type)) return true;
-      out_.add(": ");
+      if (py::missing(type)) return;
+      out_.add(u": ");
       add_value(key::type, type);
-      return true;
     });
   }
 
@@ -79,35 +74,33 @@ class block_writer {
   void body() {
     const handle snippet = symbol_[key::snippet];
     if (py::missing(snippet)) return skeleton();
-    add_line({key::snippet, "\n```\n", "\n```"}, snippet);
+    add_line(key::snippet, snippet, u"\n```\n", u"\n```");
     const handle cut = symbol_[key::snippet_cut];
     if (py::missing(cut)) return;
-    add_line({key::snippet_cut, "\nbody cut: ", " more lines, to L"}, cut);
+    add_line(key::snippet_cut, cut, u"\nbody cut: ", u" more lines, to L");
     field(key::end_line, "0");
   }
 
   void callees() {
-    list(key::callees, "\ncalls (static): ", [&](handle entry, std::string_view separator) {
-      out_.add(separator);
+    list(key::callees, u"\ncalls (static): ", [&](handle entry, auto&& separate) {
+      separate();
       out_.add_string(entry);
-      return true;
     });
   }
 
   void related() {
-    list(key::related, "\nrelated: ", [&](handle entry, std::string_view separator) {
+    list(key::related, u"\nrelated: ", [&](handle entry, auto&& separate) {
       py::object_values<key::fqn, key::fqn> symbol(state_, py::expect_dict(entry));
       const handle fqn = symbol[key::fqn];
       if (!symbol.plain()) symbol_.reread();
-      if (py::missing(fqn)) return false;
-      out_.add(separator);
+      if (py::missing(fqn)) return;
+      separate();
       py::within(key::fqn, [&] { out_.add_string(fqn); });
-      return true;
     });
   }
 
   void has_tests() {
-    if (!py::missing(symbol_[key::has_tests])) out_.add("\nhas_tests: yes");
+    if (!py::missing(symbol_[key::has_tests])) out_.add(u"\nhas_tests: yes");
   }
 
   owned text() const { return out_.text(); }
@@ -134,23 +127,29 @@ class block_writer {
     add_value(which, value);
   }
 
-  void add_line(const plain_line& shape, handle value) {
-    out_.add(shape.before);
-    add_value(shape.which, value);
-    if (!shape.after.empty()) out_.add(shape.after);
+  template <std::size_t Before, std::size_t After>
+  void add_line(key which, handle value, const char16_t (&before)[Before],
+                const char16_t (&after)[After]) {
+    out_.add(before);
+    add_value(which, value);
+    out_.add(after);
   }
 
-  // The entries of an array in one line. `add` adds one after its separator, or says that it has
-  // nothing to add; a line without entries is left out.
-  template <class Add>
-  void list(key which, std::string_view title, Add&& add) {
+  // The entries of an array in one line. `add` calls the function that it is given before it adds
+  // an entry; a line without entries is left out.
+  template <std::size_t Title, class Add>
+  void list(key which, const char16_t (&title)[Title], Add&& add) {
     const owned value = py::new_ref(symbol_[which]);
     if (py::missing(value)) return;
+    bool any = false;
+    const auto separate = [&] {
+      if (std::exchange(any, true)) return out_.add(u", ");
+      out_.add(title);
+    };
     py::within(which, [&] {
       py::expect_array(value);
-      bool any = false;
       for (std::size_t i = 0; const owned entry = py::new_ref(py::array_item(value, i)); ++i) {
-        py::within(i, [&] { any |= add(entry, any ? ", " : title); });
+        py::within(i, [&] { add(entry, separate); });
       }
     });
   }
@@ -172,15 +171,15 @@ class block_writer {
 owned render_symbol(const module_state& state, handle record) {
   block_writer block(state, record);
   block.head();
-  block.line({key::signature, "\nsignature: ", ""});
+  block.line(key::signature, u"\nsignature: ");
   block.parameters();
-  block.line({key::docstring, "\ndoc: ", ""});
-  block.line({key::fan_in, "\nfan-in: ", " references from production code outside this page"});
-  block.line({key::inside_refs, "\ninside this page: ", " references from its own files"});
-  block.line({key::neighbour_refs, "\noutside this page: its files reference it ", " times"});
+  block.line(key::docstring, u"\ndoc: ");
+  block.line(key::fan_in, u"\nfan-in: ", u" references from production code outside this page");
+  block.line(key::inside_refs, u"\ninside this page: ", u" references from its own files");
+  block.line(key::neighbour_refs, u"\noutside this page: its files reference it ", u" times");
   block.body();
   block.callees();
-  block.line({key::usage_example, "\nusage: ", ""});
+  block.line(key::usage_example, u"\nusage: ");
   block.related();
   block.has_tests();
   return block.text();

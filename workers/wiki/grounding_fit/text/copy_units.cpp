@@ -15,13 +15,17 @@ void copy_each(void* to, text_view from) {
 
 }  // namespace
 
+void widen_long(std::uint16_t* to, const std::uint8_t* from, std::size_t length) noexcept {
+  k_runnable_kernels.best().widen(to, from, length);
+}
+
 void copy_units(void* to, unsigned width, text_view from) noexcept {
   if (from.empty()) return;
   if (width == from.width()) {
     std::memcpy(to, from.units(), from.bytes());
   } else if (width == 2 && from.width() == 1) {
-    k_runnable_kernels.best().widen(static_cast<std::uint16_t*>(to),
-                                    static_cast<const std::uint8_t*>(from.units()), from.length());
+    widen(static_cast<std::uint16_t*>(to), static_cast<const std::uint8_t*>(from.units()),
+          from.length());
   } else if (width == 1) {
     copy_each<std::uint8_t>(to, from);
   } else if (width == 2) {

@@ -36,11 +36,13 @@ inline void widen_4(std::uint16_t* to, const std::uint8_t* from) noexcept {
   std::memcpy(to, &wide, sizeof wide);
 }
 
-// Up to so many units, by copies of one size that may overlap: in here, since most pieces of a text
-// are that short.
-inline constexpr std::size_t k_short_copy = 32;
-inline void widen_short(std::uint16_t* to, const std::uint8_t* from, std::size_t length) noexcept {
-  if (length >= 8) {
+void widen_long(std::uint16_t* to, const std::uint8_t* from, std::size_t length) noexcept;
+// So many units. Short ones in here, by copies of one size that may overlap, since most pieces of a
+// text are short.
+inline void widen(std::uint16_t* to, const std::uint8_t* from, std::size_t length) noexcept {
+  if (length > 32) {
+    widen_long(to, from, length);
+  } else if (length >= 8) {
     widen_8(to, from);
     if (length > 16) {
       widen_8(to + 8, from + 8);
