@@ -1,5 +1,6 @@
 #include "python/record.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "python/entry.hpp"
@@ -106,20 +107,12 @@ Py_hash_t hash(PyObject* self) noexcept {
                     [&] { return PyObject_Hash(fields_tuple(self).get()); });
 }
 
-bool equal(handle a, handle b) {
-  const std::span<PyObject*> fields = fields_of(a);
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    const int same = PyObject_RichCompareBool(fields[i], field_of(b, i).get(), Py_EQ);
-    if (same < 0) throw python_error_set{};
-    if (same == 0) return false;
-  }
-  return true;
-}
-
 PyObject* compare(PyObject* self, PyObject* other, int how) noexcept {
   if (Py_TYPE(self) != Py_TYPE(other) || (how != Py_EQ && how != Py_NE)) Py_RETURN_NOTIMPLEMENTED;
-  return call_entry(name_of(self),
-                    [&] { return new_boolean(equal(self, other) == (how == Py_EQ)); });
+  return call_entry(name_of(self), [&] {
+    const owned mine = fields_tuple(self);
+    return owned::steal(PyObject_RichCompare(mine.get(), fields_tuple(other).get(), how));
+  });
 }
 
 int refuse_change(PyObject* self, PyObject* name, PyObject* value) noexcept {
@@ -232,8 +225,9 @@ PyObject* build_record(const record_shape& shape, PyTypeObject* type, PyObject* 
                        PyObject* keywords) noexcept {
   return call_entry(shape.name(), [&] {
     const module_state& state = state_of(type);
-    const arguments passed({shape.parameters.data(), shape.fields.size()}, shape.required, args,
-                           keywords);
+    const auto required = std::ranges::count(shape.fields, nullptr, &field::make_default);
+    const arguments passed({shape.parameters.data(), shape.fields.size()},
+                           static_cast<std::size_t>(required), args, keywords);
     std::vector<owned> values;
     for (std::size_t i = 0; i < shape.fields.size(); ++i) {
       const field& each = shape.fields[i];

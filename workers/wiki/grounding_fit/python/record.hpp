@@ -41,7 +41,6 @@ struct record_shape {
   std::span<const field> fields;
   const computed* extra;                                         // or null
   std::array<std::string_view, k_most_parameters> parameters{};  // of the constructor
-  std::size_t required = 0;
 
   // Does not compile for more fields than a constructor can take.
   consteval record_shape(const char* its_full_name, const char* its_doc, module_object its_type,
@@ -54,10 +53,7 @@ struct record_shape {
         fields(its_fields),
         extra(its_extra) {
     if (fields.size() > k_most_parameters) throw "raise k_most_parameters";
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-      parameters[i] = fields[i].name;
-      required += fields[i].make_default == nullptr;
-    }
+    for (std::size_t i = 0; i < fields.size(); ++i) parameters[i] = fields[i].name;
   }
 
   // "FactBlock"
