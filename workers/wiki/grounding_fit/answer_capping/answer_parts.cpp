@@ -7,20 +7,14 @@ namespace grounding_fit {
 namespace {
 
 std::int64_t size_of_seed(const symbol_lines& lines) {
-  struct {
-    tally members;
-    void operator()(py::key which, const py::owned& text) {
-      add(which, json_string_size(py::view_of(text)));
-    }
-    void operator()(py::key which, const py::integer& number) {
-      add(which, static_cast<std::int64_t>(number.length()));
-    }
-    void add(py::key which, std::int64_t value) {
-      members.add(member_size(py::name_of(which), value));
-    }
-  } seed;
-  lines.describe_seed(seed);
-  return seed.members.bracketed();
+  const std::int64_t values[] = {json_string_size(py::view_of(lines.path)),
+                                 static_cast<std::int64_t>(lines.start.length()),
+                                 static_cast<std::int64_t>(lines.last().length())};
+  tally members;
+  for (std::size_t i = 0; i < std::size(values); ++i) {
+    members.add(member_size(py::name_of(k_seed_keys[i]), values[i]));
+  }
+  return members.bracketed();
 }
 
 }  // namespace

@@ -38,7 +38,9 @@ std::int64_t integer_size(handle value, precision how) {
 
 std::int64_t real_size(handle value, precision how) {
   constexpr std::int64_t shortest = 3;  // "0.5" and "NaN"
-  return how == precision::bound ? shortest : static_cast<std::int64_t>(py::real_length(value));
+  return how == precision::bound
+             ? shortest
+             : static_cast<std::int64_t>(py::json_real_length(py::value_of_real(value)));
 }
 
 }  // namespace

@@ -42,21 +42,10 @@ bool is_citable(const module_state& state, handle seed) {
 
 owned make_seed(const module_state& state, handle path, handle start, handle end) {
   owned seed = py::new_dict();
-  py::set_item(seed, state[key::path], path);
-  py::set_item(seed, state[key::line_start], start);
-  py::set_item(seed, state[key::line_end], end);
+  py::set_item(seed, state[k_seed_keys[0]], path);
+  py::set_item(seed, state[k_seed_keys[1]], start);
+  py::set_item(seed, state[k_seed_keys[2]], end);
   return seed;
-}
-
-owned symbol_lines::seed(const module_state& state) const {
-  struct {
-    const module_state& state;
-    owned made = py::new_dict();
-    void operator()(key which, const owned& text) { py::set_item(made, state[which], text); }
-    void operator()(key which, const integer& number) { (*this)(which, number.object()); }
-  } seed{state};
-  describe_seed(seed);
-  return std::move(seed.made);
 }
 
 void add_citable(const module_state& state, const fact_blocks& prose, std::vector<owned>& seeds) {

@@ -17,7 +17,9 @@ inline py::integer read_line(const py::module_state& state, py::dict object, py:
 
 bool is_citable(const py::module_state& state, py::handle seed);
 
-// {path, line_start, line_end}, as given.
+// The keys of a citation seed, in their order.
+inline constexpr py::key k_seed_keys[] = {py::key::path, py::key::line_start, py::key::line_end};
+// A seed of these values.
 py::owned make_seed(const py::module_state& state, py::handle path, py::handle start,
                     py::handle end);
 
@@ -28,14 +30,9 @@ struct symbol_lines {
 
   bool citable() const { return path && start > 0; }
   const py::integer& last() const { return end > start ? end : start; }
-  // The members of its citation seed, in their order: `member(key, text or integer)`.
-  template <class Member>
-  void describe_seed(Member&& member) const {
-    member(py::key::path, path);
-    member(py::key::line_start, start);
-    member(py::key::line_end, last());
+  py::owned seed(const py::module_state& state) const {
+    return make_seed(state, path, start.object(), last().object());
   }
-  py::owned seed(const py::module_state& state) const;
 };
 // Both paths read the lines of every symbol: calling this for each costs the API path a hundredth.
 [[gnu::always_inline]] inline symbol_lines read_symbol_lines(const py::module_state& state,

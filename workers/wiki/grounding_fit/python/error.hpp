@@ -33,17 +33,14 @@ struct step {
 // A value that the rules refuse. within() adds where it stands, on the way out.
 struct bad_value {
   fault kind;
-  std::u32string what;   // "expected a string, got 3"
-  std::u32string place;  // "parts.blocks[17][1]['line']"
-  owned cause;           // Python's own error, when there is one
+  std::string what;   // "expected a string, got 3"
+  std::string place;  // "parts.blocks[17][1]['line']"
+  owned cause;        // Python's own error, when there is one
 
   void prepend(step here);
   void prepend_key(text_view key);
   // "_most(): fits: expected a callable, got None", led by what comes before the first colon.
   owned message(std::string_view led_by) const;
-
- private:
-  void lead(std::u32string here);
 };
 
 // The way from an argument to a value: place("parts.prose", 3, ".seeds", 0). The steps become a

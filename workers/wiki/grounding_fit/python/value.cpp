@@ -1,6 +1,7 @@
 #include "python/value.hpp"
 
 #include <cmath>
+#include <memory>
 
 #include "python/container.hpp"
 #include "python/integer.hpp"
@@ -81,15 +82,17 @@ owned plain_text(owned text) {
   return owned::steal(PyUnicode_FromObject(text.get()));
 }
 
-std::size_t real_length(handle real) {
-  const double value = value_of_real(real);
-  if (std::isnan(value)) return std::string_view("NaN").size();
-  if (std::isinf(value)) return std::string_view(value > 0 ? "Infinity" : "-Infinity").size();
+std::string real_digits(double value) {
   char* digits = PyOS_double_to_string(value, 'r', 0, Py_DTSF_ADD_DOT_0, nullptr);
   if (digits == nullptr) throw python_error_set{};
-  const std::size_t length = std::strlen(digits);
-  PyMem_Free(digits);
-  return length;
+  const std::unique_ptr<char, void (*)(void*)> held(digits, PyMem_Free);
+  return digits;
+}
+
+std::size_t json_real_length(double value) {
+  if (std::isnan(value)) return std::string_view("NaN").size();
+  if (std::isinf(value)) return std::string_view(value > 0 ? "Infinity" : "-Infinity").size();
+  return real_digits(value).size();
 }
 
 int deepest_nesting() noexcept {

@@ -93,8 +93,9 @@ owned plain_text(owned text);
 // White space as str.strip() sees it.
 inline bool is_space(char32_t c) noexcept { return Py_UNICODE_ISSPACE(c); }
 
-// Length of a float in JSON.
-std::size_t real_length(handle real);
+// A float as Python writes it: the shortest digits that read back as the same number.
+std::string real_digits(double value);
+std::size_t json_real_length(double value);
 
 // How many levels of containers a walk may go into: Python's recursion limit or the module's own,
 // so that no limit that the host sets lets a walk pass the end of the stack.
