@@ -49,6 +49,7 @@ owned cap_note(std::span<const note_item> named, std::size_t items, note_end end
     void operator()(const note_item& item) { note.add(item.text); }
     void operator()(std::int64_t number) { note.add_number(number); }
   } out;
+  out.note.reserve(static_cast<std::size_t>(cap_note_size(named, items, end)));
   describe_note(out, named, items, end);
   return out.note.text();
 }

@@ -2,7 +2,6 @@
 
 #include "grounding_model/policies.hpp"
 #include "grounding_model/seeds.hpp"
-#include "python/text_builder.hpp"
 
 namespace grounding_fit {
 
@@ -24,11 +23,9 @@ owned fact_block::label() const {
   while (end != text_view::npos && !(end + 1 < line.length() && line[end + 1] == '(')) {
     end = line.find(' ', end + 1);
   }
-  text_builder label;
-  label.add("the '");
-  label.add(line.slice(start, end == text_view::npos ? end : end - start));
-  label.add("' block");
-  return label.text();
+  const text_view heading = line.slice(start, end == text_view::npos ? end : end - start);
+  const text_view pieces[] = {"the '", heading, "' block"};
+  return py::new_text(pieces);
 }
 
 fact_blocks::fact_blocks(const module_state& state, grounding_parts parts) : items_(parts.prose()) {
