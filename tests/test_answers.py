@@ -1,8 +1,9 @@
 """What holds of every answer of the agent path, whatever the page."""
 
+import collections
 import re
 
-from harness import CAP, UsualHost, fit, over, parts
+from harness import CAP, UsualHost, fit, model, over, parts
 from pages import Source
 
 Block = fit.FactBlock
@@ -54,6 +55,16 @@ class Answers(UsualHost):
         more = int((re.search(r"(\d+) more blocks", note) or [0, 0])[1])
         named = sum(block.label() in note for block in page.prose if block not in kept)
         self.assertEqual(len(kept) + named + more, len(page.prose))
+
+    def test_an_ordered_dict_keeps_its_own_order(self):
+        answer = collections.OrderedDict(page_id=1, a=2, b=3, grounding="g" * CAP, c=4)
+        answer.move_to_end("page_id")
+        answer.move_to_end("b", last=False)
+        for prior in (None, "m" * CAP):
+            answer["prior_markdown"] = prior
+            result = fit._fit_page_context(answer, parts(), 1)
+            self.assertEqual(list(result), list(model._fit_page_context(answer, parts(), 1)))
+            self.assertEqual(list(result)[0], "b")
 
     def test_keys_of_one_text(self):
         """The first one counts; what else has its text is carried over."""
