@@ -25,19 +25,19 @@ def rich_symbol():
 
 def rich_page(fit):
     """Return an answer, a page's grounding and a budget of which neither path can show all."""
-    seeds = [fit.seed("f", 1), fit.seed("g", 0)]
+    seeds = [fit.seed("f.py", 1), fit.seed("g.py", 0)]
     facts = [fit.FactBlock("## Files", seeds), fit.FactBlock("# B\n" + "f" * 9000, key="digest")]
     budget = fit.SectionBudget(1, [fit.README], {"digest": 0.25}, 2)
     blocks = [("t" * 2000, rich_symbol())] * 12
     answer = {"page_id": 7, "prior_markdown": "m" * 9, "grounding": "g" * 50000, "x": [{"y": 2.5}]}
-    return answer, fit.GroundingParts(facts * 3, blocks, {"f"}, 0.35, budget), 9000
+    return answer, fit.GroundingParts(facts * 3, blocks, {"f.py"}, 0.35, budget), 9000
 
 
 def working(fit):
     """Return arguments that work, made anew, by the name of what takes them."""
     answer, page, tokens = rich_page(fit)
     symbol = rich_symbol()
-    seeds = [fit.seed("f", 1), fit.seed("g", 0)]
+    seeds = [fit.seed("f.py", 1), fit.seed("g.py", 0)]
     return {
         "section_budget": ["decisions"],
         "seed": ["a", 1, 2],
@@ -59,7 +59,7 @@ def working(fit):
         "explain_page_context": [answer, page, 30000],
         "FactBlock": ["t", seeds, "n", "k"],
         "FactBlock.label": [fit.FactBlock("# Title")],
-        "GroundingParts": [page.prose, page.blocks, {"f"}, 0.5, page.budget],
+        "GroundingParts": [page.prose, page.blocks, {"f.py"}, 0.5, page.budget],
         "GroundingParts.seeds": [page],
         "SectionBudget": [1, ("a",), {"k": 2}, 3],
     }
@@ -97,7 +97,7 @@ def function(fit, name):
 def others(fit):
     """Return pairs of a function and its arguments: what can be done with records, and what the
     functions do in another way."""
-    block, other = [fit.FactBlock("t", [fit.seed("f", 1)]) for _ in range(2)]
+    block, other = [fit.FactBlock("t", [fit.seed("f.py", 1)]) for _ in range(2)]
     bare = fit.FactBlock("t")  # short of memory, repr() within repr() is no longer sure of itself
     _, page, tokens = rich_page(fit)
     return [
@@ -126,13 +126,13 @@ def calls(fit):
 
 def reached(values):
     """Return the objects that arguments are made of, each once, without those of which Python has
-    one for all: types and functions, numbers, what is empty, and texts of one character."""
+    one for all: types, numbers, what is empty, and texts of one character."""
     found = {}
     while values:
-        new = [one for one in values if one and not callable(one)]
-        new = [one for one in new if not isinstance(one, (int, float))]
+        new = [one for one in values if one and not isinstance(one, (type, int, float))]
         found |= {id(one): one for one in new if not isinstance(one, str) or len(one) > 1}
-        values = [one for one in gc.get_referents(*new) if id(one) not in found]
+        within = gc.get_referents(*(one for one in new if not callable(one)))
+        values = [one for one in within if id(one) not in found]
     return list(found.values())
 
 

@@ -89,7 +89,8 @@ class Page:
             block("## Requésted", 0, ""),
         ]
         for _ in range(self.facts):
-            prose.append(block("## Fact\n", r.choice([0, 1500, 6000]), r.choice(["", "", "other"])))
+            size, key = r.choice([0, 1500, 6000]), r.choice(["", "", "other"])
+            prose.append(block("Fact", size, key, "a fact"))  # no escape but those of the unit
         prose.append(block("## Read me\n", 500, "readme"))
         shares = {"digest": self.share, "never": 0, "other": 0.3}
         budget = fit.SectionBudget(first=["readme"], shares=shares)

@@ -87,6 +87,17 @@ class Answers(UsualHost):
         made = fit._fit_page_context(over(), page, CAP)
         self.assertEqual(made["symbols"], [record["fqn"] for record in records])
 
+    def test_seeds_of_a_block_that_goes(self):
+        """They are not read where it is over its share, and they are where it is over the cap."""
+        budget = fit.SectionBudget(shares={"digest": 0})
+        for key, text in [("digest", "x"), ("", "x" * CAP)]:
+            block = Block(text, [{"line_start": "x"}], key=key)
+            page = parts([Block("f" * 200), block], budget=budget)
+            if key:
+                self.assertIn("f" * 200, fit._fit_page_context(over(), page, 1)["grounding"])
+            else:
+                self.assertRaises(ValueError, fit._fit_page_context, over(), page, 1)
+
     def test_the_same_objects(self):
         seeds = [{"path": "a", "line_start": 1}, {"path": "b", "line_start": 0}]
         page = parts([Block("## Files", seeds)])

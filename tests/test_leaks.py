@@ -20,7 +20,7 @@ class Leaks(UsualHost):
         calls += [
             (lambda: pickle.loads(pickle.dumps(page)), []),
             (lambda: page == copy.deepcopy(page), []),
-            (fit._fit_prose, [page, lambda blocks, count: 1 / 0, 3]),
+            (lambda: fit._fit_prose(page, lambda blocks, count: 1 / 0, 3), []),
         ]
         watched = catalogue.reached([page, *(given for _, given in calls)])
         watched += [fit.FactBlock, fit.GroundingParts, fit.SectionBudget]

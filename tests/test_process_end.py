@@ -12,6 +12,18 @@ import catalogue
 from harness import HOST, fit
 
 RUNS = 3  # of each kind: whether a thread is caught in the module is a matter of chance
+LONGEST_WAIT = 10 if sys.version_info < (3, 14) else 0.1  # seconds; newer ones let threads hang
+
+
+class Lingering:
+    """Holds up the interpreter's end, when it is let go of there, until no other thread is left:
+    Python frees, in the end, what a thread still looks at that comes late, and crashes whatever the
+    thread did."""
+
+    def __del__(self, threads=os.listdir, now=time.monotonic, sleep=time.sleep):
+        until = now() + LONGEST_WAIT
+        while len(threads("/proc/self/task")) > 1 and now() < until:
+            sleep(0.001)
 
 
 class Dying:
@@ -59,7 +71,8 @@ def keep_busy(calls, raise_first):
 
 def child():
     """End copies of this process, each while threads are busy in the module."""
-    gc.freeze()  # so that an end does not take long
+    gc.freeze()  # so that an end takes little time of the processor
+    sys.lingering = Lingering()  # of all modules, sys is cleared for certain
     for pause in (0.0005, 0):
         calls = entries(pause)
         for raise_first in (False, True) * RUNS:

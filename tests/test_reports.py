@@ -103,7 +103,7 @@ class Reports(UsualHost):
         tried = 0
         for seed, page, report in self.rebuilt:
             over = at_verdict(report, "over its share")
-            if over and report["room"] and report["facts"][over[0]]["short_by"] is not None:
+            if over and report["room"] > 0 and report["facts"][over[0]]["short_by"] is not None:
                 with self.subTest(seed=seed):
                     self.assert_short_of_share(page, report["room"], report["facts"], over[0])
                 tried += 1
@@ -136,6 +136,13 @@ class Reports(UsualHost):
             self.assertEqual(report, model.explain_page_context(over(), page, 1)[1])
             told.add(report["facts"][0]["short_by"] is None)
         self.assertEqual(told, {False, True})
+
+    def test_numbers_beyond_64_bits(self):
+        HOST.set(estimate=lambda text: 2**62)
+        page = parts([fit.FactBlock("f")], [("a", {}), ("b", {})])
+        report = fit.explain_grounding(page, -(2**63))[1]
+        self.assertEqual(report, model.explain_grounding(page, -(2**63))[1])
+        self.assertEqual(report["over"], 2**62 + 2**63)
 
     def test_two_estimates_more(self):
         parts = fit.GroundingParts([fit.FactBlock("f" * 90)], [("code", {})], set())
