@@ -5,6 +5,7 @@ smaller scales, and the smallest that still fails is shown.
 """
 
 import argparse
+import gc
 import subprocess
 import sys
 import time
@@ -16,7 +17,8 @@ BATCH = 200
 def one_case(seed, scale):
     """Run one case: a page compared with the plain model, or a host that changes it meanwhile."""
     import differential
-    from pages import Saboteur, Source
+    from pages import Source
+    from saboteur import Saboteur
 
     junk = [0.0, 0.01, 0.1][seed % 3]
     if seed % 2:
@@ -27,6 +29,7 @@ def one_case(seed, scale):
 
 def child(first, count, scale):
     """Run a batch of cases, the seed of each printed before it."""
+    gc.freeze()  # so that the many collections go through the pages alone
     for seed in range(first, first + count):
         print(seed, flush=True)
         one_case(seed, scale)

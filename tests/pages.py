@@ -1,17 +1,19 @@
 """Random and hostile values, symbol records, pages and hosts, all from one seeded source."""
 
 import copy
-import gc
 import math
 import random
+import zlib
 
 from harness import HOST, fit
 
 ALPHABETS = ["abc XYZ/_.", 'a"\\\n\t\r\b\f\x00\x1f\x7f ', "é ÿ\xa0z", "— “x”\u2028\u3000"]
 ALPHABETS += ["😀a\U0010ffff", "\ud800b\udfff"]
+SLICED = ["".join(random.Random(0).choices(letters, k=600)) for letters in ALPHABETS]
 HEADINGS = ["## Files", "## Requésted", "# ", "## Title (3 files)"]
 WORDS = [*HEADINGS, " (", "\n\n", "`", "x" * 77, "L1"]
 KEYS = ["", "readme", "digest", "document", "other"]
+DRAWN_SYMBOLS = 10  # of a page
 
 # Values of any kind at all, for places that want one kind.
 MISSING = [None, False, 0, 0.0, -0.0, "", [], {}, ()]
@@ -70,14 +72,23 @@ class Source:
         self.scale = scale
         self.full = self.r.random() < 0.1  # a long note over an answer full of blocks
 
+    def below(self, limit):
+        """Return one of the numbers from 0 on; texts ask so often that randrange() is too slow."""
+        return int(self.r.random() * limit)
+
+    def one_of(self, values):
+        """Return one of the values of a list."""
+        return values[self.below(len(values))]
+
     def text(self, most=30):
         """Return a text of about that many code points at most."""
-        r = self.r
-        if r.random() < 0.1:
-            return r.choice(["", *WORDS])
-        letters = r.choice(ALPHABETS) if r.random() < 0.4 else ALPHABETS[0]
-        made = "".join(r.choices(letters, k=r.randrange(1, most + 2)))
-        return made if r.random() < 0.8 else r.choice(WORDS) + made
+        random = self.r.random
+        if random() < 0.1:
+            return self.one_of(["", *WORDS])
+        drawn = self.one_of(SLICED) if random() < 0.4 else SLICED[0]
+        start = self.below(len(drawn) - most)
+        made = drawn[start : start + 1 + self.below(most + 1)]
+        return made if random() < 0.8 else self.one_of(WORDS) + made
 
     def wrong(self):
         """Return a value of any kind at all."""
@@ -91,7 +102,7 @@ class Source:
         """Return a line number as hosts write them."""
         r = self.r
         odd = [0, -1, True, "7", " 12 ", 3.9, -1.5, None, "", 10**25, -(10**25)]
-        return self.maybe(r.randrange(1, 400) if r.random() < 0.85 else r.choice(odd))
+        return self.maybe(1 + self.below(400) if r.random() < 0.85 else self.one_of(odd))
 
     def value(self, depth=3):
         """Return a value that has a JSON form."""
@@ -124,18 +135,27 @@ class Source:
     def symbol(self):
         """Return a symbol record with some of its keys."""
         r = self.r
-        made = {"fqn": self.text(), "kind": self.text(8), "file": f"./{r.choice('abcdef')}.py"}
+        made = {"fqn": self.text(), "kind": self.text(8), "file": f"./{self.below(6)}.py"}
         made |= {"line": self.line(), "end_line": self.line(), "signature": self.text(100)}
-        made |= {"docstring": self.text(90), "snippet": self.text(60) * r.randrange(2)}
+        made |= {"docstring": self.text(90), "snippet": self.text(60) * self.below(2)}
         made |= {"usage_example": self.text(), "has_tests": r.random() < 0.5}
-        made["parameters"] = [self.entry("name", "type") for _ in range(r.randrange(3))]
-        made["body_digest"] = "\n".join(["d"] * r.randrange(15))
-        made["callees"] = [self.maybe(self.text(8)) for _ in range(r.randrange(4))]
-        made["related"] = tuple(self.entry("fqn") for _ in range(r.randrange(3)))
+        made["parameters"] = [self.entry("name", "type") for _ in range(self.below(3))]
+        made["body_digest"] = "\n".join(["d"] * self.below(15))
+        made["callees"] = [self.maybe(self.text(8)) for _ in range(self.below(4))]
+        made["related"] = tuple(self.entry("fqn") for _ in range(self.below(3)))
         for key in ("fan_in", "inside_refs", "neighbour_refs", "snippet_cut"):
-            made[key] = r.randrange(3)
+            made[key] = self.below(3)
         kept = {key: self.maybe(value) for key, value in made.items() if r.random() < 0.85}
         return self.maybe(kept)
+
+    def symbols(self, count):
+        """Return symbol records: a few drawn whole, the others like one of these but for two keys,
+        since drawing takes most of the time that a page takes."""
+        drawn = [self.symbol() for _ in range(min(count, DRAWN_SYMBOLS))]
+        usual = [one for one in drawn if isinstance(one, dict)] or [{}]
+        for _ in range(len(drawn), count):
+            drawn.append({**self.one_of(usual), "fqn": self.text(), "line": self.line()})
+        return drawn
 
     def fact(self, most, long_names):
         """Return a fact block of about `most` code points at most."""
@@ -171,9 +191,9 @@ class Source:
         facts, symbols = math.ceil(facts * self.scale), math.ceil(symbols * self.scale)
         prose = [self.fact(size, long_names) for _ in range(facts)]
         blocks = []
-        for _ in range(symbols):
+        for symbol in self.symbols(symbols):
             text = self.text(20) * r.randrange(0, 1 + width // 8) if r.random() < 0.9 else ""
-            pair = (self.maybe(text), self.symbol())
+            pair = (self.maybe(text), symbol)
             blocks.append(self.maybe(pair if r.random() < 0.8 else list(pair)))
         files = {self.text(8) for _ in range(r.randrange(4))}
         if r.random() < self.junk:
@@ -215,147 +235,29 @@ class Source:
     def host(self):
         """Set a host that does something else for every text, and always the same for one."""
         r = self.r
-        salt = r.random()
+        salt = r.getrandbits(32)
 
         def fixed(text):
-            return random.Random(f"{salt}{text!r}")
+            return zlib.crc32(text.encode("utf-8", "surrogatepass"), salt)
 
         def odd(usual):
-            return lambda *args: self.odd_result(fixed(args), usual, args)
+            def utility(text, *rest):
+                if fixed(text) >= self.junk * 2**32:
+                    return usual(text, *rest)
+                return self.odd_result(random.Random(fixed(text)), text)
+
+            return utility
 
         counts = [len, lambda text: len(text) // 4, lambda text: 1]
-        counts.append(lambda text: fixed(text).randrange(-5, 900))
+        counts.append(lambda text: fixed(text) % 905 - 5)
         cuts = [lambda text, budget: text[:budget], lambda text, budget: ""]
         cuts.append(lambda text, budget: text + "…")
         norms = [str.upper, lambda path: path[2:], lambda path: "", lambda path: path + "—é😀"]
         utilities = [r.choice(kind) for kind in (counts, cuts, norms)]
         HOST.set(*(map(odd, utilities) if self.junk else utilities))
 
-    def odd_result(self, chance, usual, args):
-        """Return what the usual utility gives, or by chance something else, or raise an error."""
-        if chance.random() > self.junk:
-            return usual(*args)
+    def odd_result(self, chance, text):
+        """Return what a utility may not give, or hardly ever does, or raise an error."""
         if chance.random() < 0.3:
-            raise LookupError(args)
+            raise LookupError(text)
         return chance.choice([None, 7, True, 2.5, "text", ["a"], 2**63, -(2**63), 2**62])
-
-
-class Saboteur:
-    """A host that changes what is being walked, from every place where its code can run."""
-
-    class Key(str):
-        """A key that must be compared to be told from a plain one, and acts when it is."""
-
-        owner = None
-
-        def __hash__(self):
-            return hash(str(self)[1:])
-
-        def __eq__(self, other):
-            self.owner.act()
-            return False
-
-    class Bomb:
-        """Garbage in a cycle that acts when it is collected."""
-
-        def __init__(self, owner):
-            self.owner = owner
-            self.me = self
-
-        def __del__(self):
-            self.owner.act()
-
-    def __init__(self, source):
-        self.source = source
-        self.r = source.r
-        self.depth = 0
-        given = source.parts()
-        self.answer = source.answer()
-        budget = copy.deepcopy(given.budget)  # the shared ones are everybody's
-        self.parts = fit.GroundingParts(given.prose, given.blocks, given.files, budget=budget)
-        self.held = [self.parts, self.answer]
-        for record in self.records():
-            if self.r.random() < 0.3:
-                key = self.Key("x" + self.r.choice(["line", "file", "fqn", "line_start"]))
-                key.owner = self
-                record[key] = self.Bomb(self)
-        utilities = [len, lambda text, budget: text[:budget], lambda path: path]
-        HOST.set(*map(self.sabotaged, utilities))
-
-    def facts(self):
-        """Return the fact blocks."""
-        return [block for block in self.parts.prose if isinstance(block, fit.FactBlock)]
-
-    def records(self):
-        """Return the symbol records and the seeds."""
-        pairs = [pair for pair in self.parts.blocks if isinstance(pair, (list, tuple))]
-        found = [pair[1] for pair in pairs if len(pair) > 1]
-        for block in self.facts():
-            found += block.seeds
-        return [one for one in found if isinstance(one, dict)]
-
-    def act(self):
-        """Do something that no caller of a function would expect of its arguments."""
-        page, r = self.parts, self.r
-        containers = [page.prose, page.blocks, page.files, self.answer, page.budget.shares]
-        containers += [block.seeds for block in self.facts()]
-        containers += [*self.records(), *(one for one in page.blocks if isinstance(one, list))]
-        victim = r.choice([one for one in containers if not isinstance(one, (tuple, frozenset))])
-        choice = r.randrange(8)
-        if choice < 3:
-            victim.clear()
-        elif choice == 3 and isinstance(victim, dict):
-            victim[r.choice(["line", "file", "path", "line_start"])] = self.source.wrong()
-        elif choice == 4 and isinstance(victim, list):
-            victim[: r.randrange(3)] = [self.source.wrong()]
-        elif choice == 5:
-            self.Bomb(self)
-            gc.collect()
-        elif choice == 6 and self.depth < 3:
-            self.depth += 1
-            self.attempt(fit._fit_page_context, self.answer, page, 900)
-            self.depth -= 1
-        else:
-            self.held.clear()
-
-    def sabotaged(self, usual):
-        """Return a utility that acts now and then, and now and then gives something odd."""
-
-        def utility(*args):
-            if self.r.random() < 0.2:
-                self.act()
-            if self.r.random() < 0.02:
-                return self.source.odd_result(self.r, usual, args)
-            return usual(*args)
-
-        return utility
-
-    def attempt(self, function, *args):
-        """Call it; any of the errors that a value can cause will do, and no other."""
-        try:
-            function(*args)
-        except (TypeError, ValueError, OverflowError, LookupError, RecursionError):
-            pass
-        except AssertionError as error:  # sizes that a change in the middle makes differ
-            assert "a candidate measured as" in str(error)
-
-    def run(self):
-        """Call everything on this page, the collector running as often as it can."""
-        before = gc.get_threshold()
-        gc.set_threshold(1, 1, 1)
-        page, tokens = self.parts, self.source.tokens()
-        act = self.sabotaged(lambda *_: 30000)
-        try:
-            self.attempt(fit._fit_page_context, self.answer, page, tokens)
-            self.attempt(fit._assemble_grounding, page, tokens)
-            self.attempt(fit._fit_prose, page, act, 7)
-            self.attempt(fit._most, 40, act)
-            self.attempt(getattr, page, "seeds")
-            self.attempt(fit.citable, (self.act() or one for one in self.records()))
-            self.attempt(fit.symbol_seeds, self.records())
-            self.attempt(fit._listing, self.records())
-            for record in self.records()[:4]:
-                self.attempt(fit.render_symbol, record)
-            self.attempt(fit._json_size, self.answer)
-        finally:
-            gc.set_threshold(*before)

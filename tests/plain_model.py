@@ -361,7 +361,7 @@ def _fit_prose(parts, size, total):
                 short_by = size_with + reserve - _PAGE_CONTEXT_MAX_CHARS
         kept = not verdict.startswith("over")
         share = None if limit is None else (limit, before)
-        told["facts"].append((block, verdict, kept, cost, share, short_by, list(prose)))
+        told["facts"].append((block, verdict, kept, cost, share, short_by))
         if kept:
             prose.append(block)
             used[block.key] = taken
@@ -393,7 +393,8 @@ def _fit_page_context(result, parts, budget):
     def fits(rule, answer):
         return at_most(rule, _json_size(answer), _PAGE_CONTEXT_MAX_CHARS)
 
-    if fits("given answer", expect(result, dict)):
+    told["given"] = _json_size(expect(result, dict))
+    if at_most("given answer", told["given"], _PAGE_CONTEXT_MAX_CHARS):
         return result
     fixed = {key: value for key, value in result.items() if key not in _FITTED_FIELDS}
     left_out = []
@@ -468,16 +469,14 @@ def symbols_report(total, within_tokens, bodies, listed, stopped_by):
     return report
 
 
-def fact_report(block, verdict, kept, cost, share, short_by, before):
-    """Return what became of one fact block, given those that stand before it in the answer."""
-    seeds_before = [one for each in before for one in each.seeds]
+def fact_report(cited, block, verdict, kept, cost, share, short_by):
+    """Return what became of one fact block, given what is cited of those before it."""
     try:
-        with_it = _json_size(citable([*seeds_before, *block.seeds]))
-        cited = with_it - _json_size(citable(seeds_before))
+        added = _json_size(cited + citable(block.seeds)) - _json_size(cited)
     except (TypeError, ValueError):
-        cited = None  # of a block over its share, whose seeds nobody had to read
+        added = None  # of a block over its share, whose seeds nobody had to read
     report = {"label": label(block), "key": block.key, "verdict": verdict, "kept": kept}
-    report |= {"text": cost[0], "seeds": cost[1], "citable_seeds": cited}
+    report |= {"text": cost[0], "seeds": cost[1], "citable_seeds": added}
     if share:
         limit = share[0] if math.isfinite(share[0]) else None
         report |= {"share": limit, "share_used": share[1]}
@@ -489,7 +488,7 @@ def explain_page_context(result, parts, budget):
     told.clear()
     answer = _fit_page_context(result, parts, budget)
     size = _json_size(answer)
-    report = {"outcome": "fits", "cap": _PAGE_CONTEXT_MAX_CHARS, "given": _json_size(result)}
+    report = {"outcome": "fits", "cap": _PAGE_CONTEXT_MAX_CHARS, "given": told["given"]}
     report["size"] = size
     if answer is result:
         return answer, report
@@ -500,7 +499,11 @@ def explain_page_context(result, parts, budget):
         report["outcome"] = "rebuilt" if size <= _PAGE_CONTEXT_MAX_CHARS else "over the cap"
         for key in ("base", "room", "floor", "all_bodies", "reserve"):
             report[key] = told[key]
-        report["facts"] = [fact_report(*each) for each in told["facts"]]
+        report["facts"] = []
+        cited = []
+        for block, verdict, kept, *rest in told["facts"]:
+            report["facts"].append(fact_report(cited, block, verdict, kept, *rest))
+            cited += citable(block.seeds) if kept else []
         keys = ("total", "within_tokens", "bodies", "listed", "stopped_by")
         report["symbols"] = symbols_report(*(told[key] for key in keys))
         note["bodies_taken_off"], note["lines_taken_off"] = told["taken_off"]

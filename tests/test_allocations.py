@@ -5,7 +5,6 @@ import ctypes
 import gc
 import importlib.machinery
 import importlib.util
-import operator
 import os
 import shutil
 import subprocess
@@ -16,6 +15,8 @@ import unittest
 from functools import partial
 from pathlib import Path
 
+import catalogue
+from differences import shortened
 from harness import find, load
 
 try:
@@ -24,7 +25,7 @@ except ImportError:
     _testcapi = None
 
 # Stands in for the C library's malloc, and lets chosen calls from one range of code fail: those of
-# the module's own operator new, which the host's hooks do not see.
+# the module's own operator new, which Python's hooks do not see.
 FAILING_MALLOC = """
 #include <cstddef>
 extern "C" void* __libc_malloc(std::size_t size);
@@ -56,8 +57,8 @@ class Allocations(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr[-3000:]), (0, ""), done.stdout[-300:])
 
     @unittest.skipUnless(hasattr(_testcapi, "set_nomemory"), "no hook in this interpreter")
-    def test_of_the_host(self):
-        self.run_child("host")
+    def test_of_python(self):
+        self.run_child("python")
 
     @unittest.skipIf("LD_PRELOAD" in os.environ, "something else stands in for malloc")
     def test_of_the_module_itself(self):
@@ -101,66 +102,12 @@ def make_module(found):
 
 
 def calls(fit):
-    """Return a call for every function, constructor and method, some with values that are wrong."""
-    symbol = {"fqn": "a.b", "kind": ["k"], "file": "./f", "line": 3, "end_line": " 12 "}
-    symbol |= {"fan_in": 10**30, "signature": "é" * 99, "callees": ["c"], "has_tests": True}
-    symbol |= {"parameters": [{"name": "n", "type": {"t": 1.5}}], "related": [{"fqn": "r"}]}
-    unreadable = {"file": "f", "line": "x", "line_start": "x"}
-    seeds = [fit.seed("f", 1), fit.seed("g", 0)]
-    facts = [fit.FactBlock("## Files", seeds), fit.FactBlock("# B\n" + "f" * 9000, key="digest")]
-    alike = fit.FactBlock("## Files", [fit.seed("f", 1), fit.seed("g", 0)])
-    shares = {"digest": 0.25}
-    budget = fit.SectionBudget(1, [fit.README], shares, 2)
-    blocks = [("t" * 2000, symbol)] * 40
-    parts = fit.GroundingParts(facts * 9, blocks, {"f"}, 0.35, budget)
-    wrong = fit.GroundingParts([fit.FactBlock("t", [unreadable])], [("t", unreadable)] * 3, set())
-    answer = {"page_id": 7, "prior_markdown": "m" * 9, "grounding": "g" * 50000, "x": [{"y": 2.5}]}
+    """Return a call of everything that the module has, and one that makes it; and what they read."""
     loader = importlib.machinery.ExtensionFileLoader("grounding_fit", find())
-    made = [
-        (fit.section_budget, "decisions"),
-        (fit.seed, "a", 1, 2),
-        (fit.citable, dict(enumerate(seeds)).values()),
-        (fit.citable, [unreadable]),
-        (fit.symbol_seeds, [symbol]),
-        (fit.symbol_seeds, [unreadable]),
-        (fit.render_symbol, symbol),
-        (fit._listed, symbol),
-        (fit._listed, unreadable),
-        (fit._listing, [symbol] * 3),
-        (fit._listing, [unreadable]),
-        (fit._assemble_blocks, ["a", "b"], 9),
-        (fit._blocks_within, parts, 9000),
-        (fit._assemble_grounding, parts, 9000),
-        (fit._assemble_grounding, wrong, 9000),
-        (fit._json_size, answer),
-        (fit._json_size, [10**30, {1: 2}]),
-        (fit._cap_note, ["a"] * 9, True),
-        (fit._code_cut, 1, 2, 9),
-        (fit._most, 9, (4).__ge__),
-        (fit._fit_prose, parts, operator.countOf, 4),
-        (fit._fit_page_context, answer, parts, 30000),
-        (fit._fit_page_context, answer, wrong, 30000),
-        (fit.explain_page_context, answer, parts, 30000),
-        (fit.explain_grounding, parts, 9000),
-        (getattr, wrong, "seeds"),
-        (getattr, parts, "seeds"),
-        (facts[1].label,),
-        (fit.FactBlock, "t"),
-        (fit.FactBlock, Path("t")),
-        (fit.GroundingParts, facts, blocks, {"f"}),
-        (fit.SectionBudget, 1, ["a"]),
-        (partial(fit.SectionBudget, wrong=1),),
-        (repr, facts[1]),
-        (hash, fit.FactBlock("t", ())),
-        (operator.eq, facts[0], alike),
-        (operator.getitem, facts[0], slice(1, 3)),
-        (tuple, facts[0]),
-        (fit._DEFAULT_BUDGET.__reduce__,),
-        (setattr, facts[0], "text", 1),
-        (make_module, importlib.util.spec_from_loader("grounding_fit", loader)),
-    ]
-    held = [symbol, unreadable, seeds, facts, shares, budget, parts, wrong, answer, alike, *facts]
-    return [partial(*row) for row in made], held
+    found = importlib.util.spec_from_loader("grounding_fit", loader)
+    made = [(function, *given) for function, given in catalogue.calls(fit)]
+    held = catalogue.reached([given for _, *given in made])
+    return [partial(*row) for row in [*made, (make_module, found)]], held
 
 
 def outcome(call, arm, disarm, *when):
@@ -180,7 +127,7 @@ def outcome(call, arm, disarm, *when):
 
 def hooks(how):
     """Return two functions: one lets allocations fail, from a number to another, one stops it."""
-    if how == "host":
+    if how == "python":
         return _testcapi.set_nomemory, _testcapi.remove_mem_hooks
     with open("/proc/self/maps") as maps:
         ranges = [line.split()[0] for line in maps if line.rstrip().endswith(find())]
@@ -209,6 +156,7 @@ def child(how):
     arm, disarm = hooks(how)
     made, watched = calls(fit)
     failures = 0
+    gc.freeze()  # so that a collection goes through what was made since
     for number, call in enumerate(made):
         print(number, flush=True)
         for _ in range(WARM_UP):
@@ -220,7 +168,9 @@ def child(how):
             good = fail_all(call, wanted, arm, disarm)
             failures += good
             gc.collect()
-            assert [sys.getrefcount(one) for one in watched] == before, number
+            after = [sys.getrefcount(one) for one in watched]
+            moved = [one for one, a, b in zip(watched, before, after) if a != b]
+            assert not moved, f"call {number} keeps or gives away references to {shortened(moved)}"
             grown.append(sys.getallocatedblocks() - blocks)
         # Of a module, the interpreter keeps a little for later for a long time.
         limit = good if call is made[-1] else 5

@@ -1,8 +1,9 @@
 """What holds of every answer of the agent path, whatever the page."""
 
+import collections
 import re
 
-from harness import CAP, UsualHost, fit, over, parts
+from harness import CAP, UsualHost, fit, model, over, parts
 from pages import Source
 
 Block = fit.FactBlock
@@ -55,6 +56,16 @@ class Answers(UsualHost):
         named = sum(block.label() in note for block in page.prose if block not in kept)
         self.assertEqual(len(kept) + named + more, len(page.prose))
 
+    def test_an_ordered_dict_keeps_its_own_order(self):
+        answer = collections.OrderedDict(page_id=1, a=2, b=3, grounding="g" * CAP, c=4)
+        answer.move_to_end("page_id")
+        answer.move_to_end("b", last=False)
+        for prior in (None, "m" * CAP):
+            answer["prior_markdown"] = prior
+            result = fit._fit_page_context(answer, parts(), 1)
+            self.assertEqual(list(result), list(model._fit_page_context(answer, parts(), 1)))
+            self.assertEqual(list(result)[0], "b")
+
     def test_keys_of_one_text(self):
         """The first one counts; what else has its text is carried over."""
 
@@ -75,6 +86,17 @@ class Answers(UsualHost):
         page = parts([], [("x", record) for record in records])
         made = fit._fit_page_context(over(), page, CAP)
         self.assertEqual(made["symbols"], [record["fqn"] for record in records])
+
+    def test_seeds_of_a_block_that_goes(self):
+        """They are not read where it is over its share, and they are where it is over the cap."""
+        budget = fit.SectionBudget(shares={"digest": 0})
+        for key, text in [("digest", "x"), ("", "x" * CAP)]:
+            block = Block(text, [{"line_start": "x"}], key=key)
+            page = parts([Block("f" * 200), block], budget=budget)
+            if key:
+                self.assertIn("f" * 200, fit._fit_page_context(over(), page, 1)["grounding"])
+            else:
+                self.assertRaises(ValueError, fit._fit_page_context, over(), page, 1)
 
     def test_the_same_objects(self):
         seeds = [{"path": "a", "line_start": 1}, {"path": "b", "line_start": 0}]

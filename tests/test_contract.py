@@ -4,6 +4,7 @@ import ast
 import inspect
 import re
 
+import catalogue
 from harness import HOST_NAMES, ROOT, UsualHost, fit, model, parts, run_python
 
 RECORDS = (fit.FactBlock, fit.GroundingParts, fit.SectionBudget)
@@ -29,6 +30,22 @@ class Contract(UsualHost):
             self.assertEqual(tuple(told), record.__match_args__)
             for field in record.__match_args__:
                 self.assertTrue(getattr(record, field).__doc__, f"{record.__name__}.{field}")
+
+    def test_the_catalogue_has_every_name(self):
+        """What it lacks would be called by none of the tests that call everything."""
+        names = catalogue.public(fit)
+        self.assertEqual(set(catalogue.working(fit)), names)
+        self.assertEqual(set(catalogue.entries(fit, lambda: None)), names | {"operations"})
+        self.assertLessEqual({name for name, _ in catalogue.failing(fit)}, names)
+
+    def test_signatures(self):
+        parameters = inspect.signature(fit.GroundingParts).parameters
+        self.assertIs(parameters["budget"].default, fit._DEFAULT_BUDGET)
+        block = str(inspect.signature(fit.FactBlock))
+        self.assertEqual(block, "(text, seeds=(), name='', key='')")
+        attribute = vars(fit.GroundingParts)["__signature__"]
+        for owner in (None, int, fit.FactBlock, Contract):
+            self.assertRaises(TypeError, attribute.__get__, fit.GroundingParts, owner)
 
     def test_the_stub_tells_the_values(self):
         told = re.findall(r"^(\w+): Final = ([^#\n]+)", STUB, re.MULTILINE)

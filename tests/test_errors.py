@@ -1,8 +1,9 @@
 """Errors: what they say and where, and that the host's own pass through."""
 
+import pathlib
 import re
 
-from harness import CAP, HOST, UsualHost, fit, over, parts
+from harness import CAP, HOST, UsualHost, fit, load, over, parts
 
 Block = fit.FactBlock
 within, context, prose = fit._blocks_within, fit._fit_page_context, fit._fit_prose
@@ -71,6 +72,34 @@ class Errors(UsualHost):
         with self.assertRaises(KeyError) as caught:
             context({"prior_markdown": "x" * CAP}, parts(), 1)
         self.assertEqual(caught.exception.args, ("page_id",))
+
+    def test_what_else_a_message_says(self):
+        """Which utility gave the value, and how to put it right."""
+        HOST.set(norm=lambda path: b"")
+        twin = load(HOST.modules(), "workers.wiki.grounding_fit")
+        file = "['file']: result of _norm: expected a"
+        path = pathlib.PurePosixPath("f")
+        cases = [
+            (f"symbols[0]{file} string, got bytes", fit.symbol_seeds, [{"file": "f", "line": 1}]),
+            (f"_listed(): sym{file} JSON value, got bytes", fit._listed, {}),
+            (f"render_symbol(): sym{file} JSON value, got bytes", fit.render_symbol, {}),
+            ("text: expected a string, got PurePosixPath; pass str(path)", Block, path),
+            (
+                "files: expected a set or frozenset, got list; pass set(files)",
+                fit.GroundingParts,
+                [],
+                [],
+                [],
+            ),
+            (
+                "parts: expected a GroundingParts of this module, which was imported twice, under "
+                "two names: got one of 'grounding_fit'",
+                twin._blocks_within,
+                parts(),
+                1,
+            ),
+        ]
+        self.check(TypeError, cases)
 
     def test_line_numbers(self):
         wrong = [INF, -INF, NAN, b"1", b"", "x", "1.0", [1], {"a": 1}, object(), {1}, "1" * 5000]

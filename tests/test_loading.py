@@ -1,5 +1,6 @@
 """Loading on a host: what it takes of it, from where, and what it says when that fails."""
 
+import builtins
 import gc
 import inspect
 import subprocess
@@ -7,7 +8,7 @@ import sys
 import unittest
 import weakref
 
-from harness import HOMES, HOST_NAMES, Host, load, parts
+from harness import HOMES, Host, exchanged, load, parts
 
 
 def host_modules(**changes):
@@ -23,11 +24,12 @@ def host_modules(**changes):
 
 class Loading(unittest.TestCase):
     def test_utilities(self):
-        for name in HOST_NAMES:
+        for home, name in [(home, name) for home, names in HOMES.items() for name in names]:
             words = f"needs {name} of its host; looked in workers.con"
             with self.assertRaisesRegex(ImportError, words):
                 load(host_modules(**{name: None}))
-            with self.assertRaisesRegex(TypeError, rf"{name}: expected a (callable|string), got 7"):
+            words = f"^import of grounding_fit: {home}.{name}: expected a (callable|string), got 7"
+            with self.assertRaisesRegex(TypeError, words):
                 load(host_modules(**{name: 7}))
         for name in ("FILE_CARDS_HEADING", "REQUESTED_CONTEXT_HEADING"):
             with self.assertRaisesRegex(ValueError, name):
@@ -75,3 +77,34 @@ class Loading(unittest.TestCase):
         del loaded
         gc.collect()
         self.assertIsNone(gone(), "a module's types outlive it")
+
+    def load_refused(self, kind, error_for):
+        """Load while Python's import function raises an error for each of the host's modules; return
+        the names that it was asked for."""
+        asked = []
+
+        def importer(name, *rest, usual=__import__):
+            if name.startswith("workers"):
+                asked.append(name)
+                raise error_for(name)
+            return usual(name, *rest)
+
+        with exchanged(builtins, __import__=importer), self.assertRaises(kind):
+            load(host_modules())
+        return asked
+
+    def test_modules_known_by_their_full_names_only(self):
+        loaded = load({"workers": None, **host_modules()})
+        self.assertEqual(loaded.render_symbol({}), "###  () — :L0")
+
+    def test_an_import_function_that_hides_them(self):
+        asked = self.load_refused(ImportError, lambda name: ModuleNotFoundError(name=name))
+        self.assertEqual(asked, list(HOMES))
+
+    def test_an_error_that_cannot_be_read(self):
+        class Missing(ModuleNotFoundError):
+            @property
+            def name(self):
+                raise KeyboardInterrupt
+
+        self.load_refused(KeyboardInterrupt, lambda _: Missing())

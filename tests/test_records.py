@@ -1,11 +1,11 @@
-"""The immutable records: their fields, defaults, values and ends."""
+"""The immutable records: their fields, defaults, values and ends; and those that all calls share."""
 
 import copy
 import gc
 import pickle
 import weakref
 
-from harness import UsualHost, fit, parts
+from harness import HOST, UsualHost, fit, load, parts
 
 Block, Parts, Budget = fit.FactBlock, fit.GroundingParts, fit.SectionBudget
 
@@ -113,3 +113,55 @@ class Records(UsualHost):
         del block, seeds, marker
         gc.collect()
         self.assertIsNone(gone(), "a cycle through a record is not collected")
+
+
+class Shared(UsualHost):
+    def reached(self, module):
+        """Return every dict and list that a caller can get at from what all calls share."""
+
+        class Greedy(dict):
+            def __eq__(self, other):
+                got.append(other)
+                return True
+
+            __ror__ = __eq__
+
+        got = [module._DEFAULT_BUDGET, module._BUDGETS, *module._BUDGETS.values()]
+        for view in [module._BUDGETS] + [one.shares for one in got if one is not module._BUDGETS]:
+            view == Greedy()
+            view | Greedy()
+        for _ in range(3):
+            got += gc.get_referents(*got)
+        mutable = {id(one): one for one in got if isinstance(one, (dict, list))}
+        return [one for one in mutable.values() if "FactBlock" not in one and "__doc__" not in one]
+
+    def test_nothing_that_a_caller_can_reach_changes_a_page(self):
+        module = load(HOST.modules())
+        facts = [module.FactBlock("x" * 9000, key=key) for key in ("digest", "readme", "document")]
+        names = ("getting-started", "decisions", "other")
+
+        def size(blocks, _):
+            return 10000 + 9000 * len(blocks)
+
+        def results():
+            made = [module.section_budget(name) for name in names]
+            pages = [module.GroundingParts(facts, [], set(), budget=one) for one in made]
+            kept = [module._fit_prose(one, size, 0)[0] for one in pages]
+            return list(map(id, made)), [[block.key for block in blocks] for blocks in kept]
+
+        before = results()
+        found = self.reached(module)
+        self.assertGreaterEqual(len(found), 4)
+        for one in found:
+            one.clear()
+            if isinstance(one, dict):
+                one.update({key: -1.0 for key in (*names, "digest", "readme", "document")})
+        self.assertEqual(results(), before)
+
+    def test_their_shares(self):
+        for record in (fit._DEFAULT_BUDGET, *fit._BUDGETS.values()):
+            with self.assertRaises(TypeError):
+                record.shares["digest"] = -1.0
+            again = pickle.loads(pickle.dumps(record))
+            self.assertEqual((again, type(again.shares)), (record, dict))
+            self.assertEqual(eval(repr(record), vars(fit)), record)

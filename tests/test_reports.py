@@ -4,12 +4,59 @@ character less it is not."""
 import fractions
 import math
 from operator import is_
-from unittest import mock
 
-from harness import HOST, UsualHost, fit, model, over, parts
+from harness import HOST, LINES, UsualHost, exchanged, fit, model, over, parts
 from pages import Source
 
 PAGES = 600
+
+
+def rebuilt():
+    """Return the seed, the arguments and the report of the pages whose answers are rebuilt."""
+    found = []
+    for seed in range(PAGES):
+        source = Source(seed)
+        page = source.answer(), source.parts(), source.tokens()
+        try:
+            report = fit.explain_page_context(*page)[1]
+        except (ValueError, KeyError):
+            continue
+        if "facts" in report:
+            found.append((seed, page, report))
+    return found
+
+
+class Asked(Exception):
+    """The plain model has come to its choice of fact blocks."""
+
+
+def measure_of(page):
+    """Return what the plain model hands to `_fit_prose` to measure the answers of a page: a
+    function, here one that measures each answer once, and how many bodies there are at most."""
+    LINES.made.clear()
+    sizes = {}
+
+    def choose(_, *asked):
+        raise Asked(*asked)
+
+    try:
+        with exchanged(model, _fit_prose=choose):
+            model._fit_page_context(*page)
+    except Asked as asked:
+        size, total = asked.args
+
+    def measure(blocks, count):
+        key = count, *map(id, blocks)
+        if key not in sizes:
+            sizes[key] = size(blocks, count)
+        return sizes[key]
+
+    return measure, total
+
+
+def at_verdict(report, verdict):
+    """Return which of the facts have it."""
+    return [at for at, one in enumerate(report["facts"]) if one["verdict"] == verdict]
 
 
 def nudged(value, product_reaches):
@@ -22,70 +69,62 @@ def nudged(value, product_reaches):
 
 
 class Reports(UsualHost):
-    def rebuilt(self):
-        """Yield pages whose answers were rebuilt: their source, their arguments and their report."""
-        for seed in range(PAGES):
-            source = Source(seed)
-            page = source.answer(), source.parts(), source.tokens()
-            try:
-                report = fit.explain_page_context(*page)[1]
-            except (ValueError, KeyError):
-                continue
-            if "facts" in report:
-                yield page, report
+    @classmethod
+    def setUpClass(cls):
+        HOST.set()
+        cls.rebuilt = rebuilt()
 
     def test_a_cap_is_as_short_as_it_says(self):
         tried = 0
-        for page, report in self.rebuilt():
-            refused = [
-                n for n, one in enumerate(report["facts"]) if one["verdict"] == "over the cap"
-            ]
-            if not refused:
-                continue
-            at = refused[tried % len(refused)]
-            short_by = report["facts"][at]["short_by"]
-            with mock.patch.object(model, "_fit_prose", wraps=model._fit_prose) as called:
-                model._fit_page_context(*page)
-            parts, size, total = called.call_args.args
-            kept = [block for block, one in zip(parts.prose, report["facts"]) if one["kept"]]
-            before = sum(one["kept"] for one in report["facts"][:at])
-            candidate = [*kept[:before], parts.prose[at]]
-            for less, stays in [(short_by, True), (short_by - 1, False)]:
-
-                def measure(blocks, count):
-                    same = len(blocks) == len(candidate) and all(map(is_, blocks, candidate))
-                    return size(blocks, count) - less * (same and count == 0)
-
-                now = fit._fit_prose(parts, measure, total)[0]
-                self.assertEqual(any(one is parts.prose[at] for one in now), stays)
-            tried += 1
+        for seed, page, report in self.rebuilt:
+            if refused := at_verdict(report, "over the cap"):
+                with self.subTest(seed=seed), exchanged(model, _listed=LINES):
+                    self.assert_short_of_cap(page, report["facts"], refused[tried % len(refused)])
+                tried += 1
         self.assertGreater(tried, 30)
+
+    def assert_short_of_cap(self, page, facts, at):
+        """A fact block stays when its answer is measured as so much less, and not with one more."""
+        size, total = measure_of(page)
+        prose = page[1].prose
+        before = [block for block, one in zip(prose, facts[:at]) if one["kept"]]
+        candidate = [*before, prose[at]]
+        short_by = facts[at]["short_by"]
+        for less, stays in [(short_by, True), (short_by - 1, False)]:
+
+            def measure(blocks, count):
+                same = len(blocks) == len(candidate) and all(map(is_, blocks, candidate))
+                return size(blocks, count) - less * (same and count == 0)
+
+            now = fit._fit_prose(page[1], measure, total)[0]
+            self.assertEqual(any(one is prose[at] for one in now), stays, (at, less))
 
     def test_a_share_is_as_short_as_it_says(self):
         tried = 0
-        for (answer, parts, tokens), report in self.rebuilt():
-            room = report["room"]
-            facts = report["facts"]
-            over = [n for n, one in enumerate(facts) if one["verdict"] == "over its share"]
-            if not over or not room or facts[over[0]]["short_by"] is None:
-                continue
-            one = facts[over[0]]
-            cost = one["share_used"] + one["text"] + one["seeds"]
-            enough = fractions.Fraction(one["share"]) + one["short_by"]
-            reaches = nudged(float(enough / room), lambda share: share * room >= enough)
-            below = math.nextafter(
-                nudged(cost / room, lambda share: share * room >= cost), -math.inf
-            )
-            for share, still_over in [(reaches, False), (below, True)]:
-                shares = {**parts.budget.shares, one["key"]: share}
-                policy = fit.SectionBudget(0, parts.budget.first, shares)
-                page = fit.GroundingParts(
-                    parts.prose, parts.blocks, parts.files, parts.code_floor, policy
-                )
-                now = fit.explain_page_context(answer, page, tokens)[1]["facts"][over[0]]
-                self.assertEqual(now["verdict"] == "over its share", still_over)
-            tried += 1
+        for seed, page, report in self.rebuilt:
+            over = at_verdict(report, "over its share")
+            if over and report["room"] > 0 and report["facts"][over[0]]["short_by"] is not None:
+                with self.subTest(seed=seed):
+                    self.assert_short_of_share(page, report["room"], report["facts"], over[0])
+                tried += 1
         self.assertGreater(tried, 15)
+
+    def assert_short_of_share(self, page, room, facts, at):
+        """A fact block is within the least share that reaches, and over the one just below it."""
+        answer, parts, tokens = page
+        one = facts[at]
+        cost = one["share_used"] + one["text"] + one["seeds"]
+        enough = fractions.Fraction(one["share"]) + one["short_by"]
+        reaches = nudged(float(enough / room), lambda share: share * room >= enough)
+        least = nudged(cost / room, lambda share: share * room >= cost)
+        for share, still_over in [(reaches, False), (math.nextafter(least, -math.inf), True)]:
+            shares = {**parts.budget.shares, one["key"]: share}
+            policy = fit.SectionBudget(0, parts.budget.first, shares)
+            changed = fit.GroundingParts(
+                parts.prose, parts.blocks, parts.files, parts.code_floor, policy
+            )
+            now = fit.explain_page_context(answer, changed, tokens)[1]["facts"][at]
+            self.assertEqual(now["verdict"] == "over its share", still_over, (at, share))
 
     def test_a_share_far_below_nothing(self):
         """By how much it is too small is told as long as a double tells one from the next."""
@@ -97,6 +136,13 @@ class Reports(UsualHost):
             self.assertEqual(report, model.explain_page_context(over(), page, 1)[1])
             told.add(report["facts"][0]["short_by"] is None)
         self.assertEqual(told, {False, True})
+
+    def test_numbers_beyond_64_bits(self):
+        HOST.set(estimate=lambda text: 2**62)
+        page = parts([fit.FactBlock("f")], [("a", {}), ("b", {})])
+        report = fit.explain_grounding(page, -(2**63))[1]
+        self.assertEqual(report, model.explain_grounding(page, -(2**63))[1])
+        self.assertEqual(report["over"], 2**62 + 2**63)
 
     def test_two_estimates_more(self):
         parts = fit.GroundingParts([fit.FactBlock("f" * 90)], [("code", {})], set())
