@@ -106,7 +106,8 @@ install_into() {
   own=$(sed -nE 's#.*/python(3\.[0-9]+)t?/(site|dist)-packages/*$#\1#p' <<<"$target")
   case $version in
     "$own".* | "${own:-$version}") ;;
-    *) refuse "install: $target belongs to CPython $own, and this is $version: PYTHON=$own picks it" ;;
+    *) refuse "install: $target belongs to CPython $own, and this is $version:" \
+      "PYTHON=COMMAND picks another" ;;
   esac
   case ${target%/} in */site-packages | */dist-packages) stub=stub_package ;; esac
   build

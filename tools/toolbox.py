@@ -27,6 +27,12 @@ def output(*command: object) -> str:
     return subprocess.check_output(command, text=True)
 
 
+def pip(place: Path, *arguments: object) -> bool:
+    """Tell whether the environment's pip could do this."""
+    command = [place / "bin/pip", *arguments, "--quiet", "--quiet", "--retries", "1"]
+    return subprocess.call(command, stdout=sys.stderr) == 0
+
+
 def environment(name: str, *packages: str) -> Path:
     """Return the folder of a virtual environment that holds these packages."""
     place = BUILD / f"{name}-{sys.implementation.cache_tag}"
@@ -36,8 +42,9 @@ def environment(name: str, *packages: str) -> Path:
         if not ready.exists() or ready.read_text() != wanted:
             shutil.rmtree(place, ignore_errors=True)
             subprocess.run([sys.executable, "-m", "venv", place], stdout=sys.stderr, check=True)
-            pip = [place / "bin/pip", "install", "--quiet", "--quiet", "--retries", "1"]
-            if subprocess.call([*pip, *packages], stdout=sys.stderr):
+            if not pip(place, "install", *packages):
+                if pip(place, "download", "--no-deps", "--dest", place, "pip"):
+                    sys.exit(f"{name}: the package index does not have all of {packages}")
                 print("the package index does not answer", file=sys.stderr)
                 sys.exit(77)
             ready.write_text(wanted)
