@@ -21,8 +21,7 @@ run_steps() {
     for need in $needs; do lacking=${lacking:-$(lacks "$need")}; done
     plan+="$name|$lacking|$run"$'\n'
   done
-  NEWEST=$(python_of "")
-  export NEWEST PYTHON=$python BUILT=$out/$tag CHECK=$out/check PYTHONDONTWRITEBYTECODE=1
+  export PYTHON=$python BUILT=$out/$tag-strict CHECK=$out/check PYTHONDONTWRITEBYTECODE=1
   printf %s "$plan" | alone "$out/check" "$python" tools/run_steps.py "$command"
 }
 

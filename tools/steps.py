@@ -38,7 +38,7 @@ def references() -> None:
 
 def symbols() -> None:
     """See that the module exports its entry point alone, needs libc alone, and is hardened."""
-    run("./dev", "build")
+    run("./dev", "build", "--preset", "strict")
     module = the_module(BUILT)
     names, headers = output("nm", "-D", module), output("readelf", "-dlW", module)
     exported = re.findall(r"^[0-9a-f]+ \w (\S+)", names, re.MULTILINE)
@@ -55,7 +55,7 @@ def installed() -> None:
     host = fresh("host")
     sources = shutil.ignore_patterns("grounding_fit", "__pycache__")
     shutil.copytree(ROOT / "workers", host / "workers", ignore=sources)
-    run("./dev", "install", host / "workers/wiki")
+    run("./dev", "install", "--preset", "strict", host / "workers/wiki")
     laid = [path for path in host.rglob("*") if path.is_file() and path.suffix != ".py"]
     assert len(laid) == 2, f"laid down: {laid}"
     module = the_module(host / "workers/wiki")
@@ -70,10 +70,10 @@ def stub() -> None:
     """
     place, python = fresh("typed"), "/usr/bin/python3"
     run(python, "-m", "venv", "--without-pip", place / "venv")
-    asked = "import sys, sysconfig; print(sysconfig.get_path('platlib'), *sys.version_info[:2])"
-    site, *version = output(place / "venv/bin/python", "-c", asked).split()
+    asked = "import sysconfig as s; print(s.get_python_version(), s.get_path('platlib'))"
+    version, site = output(place / "venv/bin/python", "-c", asked).strip().split(maxsplit=1)
     for folder in (place / "beside", place / "host/workers/wiki", site):
-        run("./dev", "install", "--preset", "strict", folder, PYTHON=".".join(version))
+        run("./dev", "install", "--preset", "quick", folder, PYTHON=version)
     program, hosted = ROOT / "tests/typed_use.py", place / "hosted.py"
     text = program.read_text(encoding="utf-8")
     text = text.replace("import grounding_fit as", "from workers.wiki import grounding_fit as")
