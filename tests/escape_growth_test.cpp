@@ -69,7 +69,7 @@ void test(const text_kernel& kernel, std::size_t (*growth)(const Unit*, std::siz
 }  // namespace
 
 int main() {
-  for (const text_kernel& kernel : text_kernels()) {
+  for (const text_kernel& kernel : k_runnable_kernels.all()) {
     test(kernel, kernel.growth_1);
     test(kernel, kernel.growth_2);
     test(kernel, kernel.growth_4);

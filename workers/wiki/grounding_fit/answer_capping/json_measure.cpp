@@ -1,23 +1,25 @@
 #include "answer_capping/json_measure.hpp"
 
+#include "python/integer.hpp"
+
 namespace grounding_fit {
 
-using host::handle;
-using host::kind;
-using host::owned;
+using py::handle;
+using py::kind;
+using py::owned;
 
-// Walking runs no host code but for one case: on newer hosts the digits of a huge integer are
-// worked out by the host's own library. So a container is kept alive while it is walked, its size
-// is read anew at every step, and a key that names an error's place is kept with it.
+// Walking runs no Python code but for one case: newer CPythons work out the digits of a huge
+// integer in their library. So a container is kept alive while it is walked, its size is read anew
+// at every step, and a key that names an error's place is kept with it.
 
 namespace {
 
-// One level of containers, given back at its end.
+// One level of containers, for as long as it is walked.
 class level {
  public:
   explicit level(int& left) : left_(left) {
     if (left <= 0) {
-      host::refuse(host::fault::recursion, "containers nested too deep to measure as JSON");
+      py::refuse(py::fault::recursion, "containers nested too deep to measure as JSON");
     }
     --left_;
   }
@@ -28,87 +30,77 @@ class level {
   int& left_;
 };
 
-// A huge integer is measured in any case: the host may refuse to write it.
-template <extent Extent>
-std::int64_t integer_size(handle value) {
-  if (Extent == extent::least && host::small_integer(value)) return 1;
-  return static_cast<std::int64_t>(host::integer_length(value));
+// A huge integer is measured even for a bound, since Python may refuse to write it.
+std::int64_t integer_size(handle value, precision how) {
+  if (how == precision::bound && py::small_integer(value)) return 1;
+  return static_cast<std::int64_t>(py::integer_length(value));
 }
 
-template <extent Extent>
-std::int64_t real_size(handle value) {
+std::int64_t real_size(handle value, precision how) {
   constexpr std::int64_t shortest = 3;  // "0.5" and "NaN"
-  return Extent == extent::least ? shortest : static_cast<std::int64_t>(host::real_length(value));
+  return how == precision::bound ? shortest : static_cast<std::int64_t>(py::real_length(value));
 }
 
 }  // namespace
 
-template <extent Extent>
-std::int64_t json_meter::size_of(handle value) {
-  switch (host::kind_of(value)) {
-    case kind::text: return json_string_size<Extent>(host::view_of(value));
-    case kind::integer: return integer_size<Extent>(value);
-    case kind::object: return size_of_object<Extent>(owned::share(value));
-    case kind::array: return size_of_array<Extent>(owned::share(value));
+std::int64_t json_meter::size_of(handle value, precision how) {
+  switch (py::kind_of(value)) {
+    case kind::text: return json_string_size(py::view_of(value), how);
+    case kind::integer: return integer_size(value, how);
+    case kind::object: return size_of_object(py::new_ref(py::dict_of(value)), how);
+    case kind::array: return size_of_array(py::new_ref(value), how);
     case kind::null: return 4;
-    case kind::boolean: return host::truth_of(value) ? 4 : 5;
-    case kind::real: return real_size<Extent>(value);
-    default: host::refuse(host::fault::type, "a JSON value", value);
+    case kind::boolean: return py::truth_of(value) ? 4 : 5;
+    case kind::real: return real_size(value, how);
+    default: py::refuse(py::fault::type, "a JSON value", value);
   }
 }
 
-template <extent Extent>
-std::int64_t json_meter::size_of_array(owned array) {
+std::int64_t json_meter::size_of_array(owned array, precision how) {
   const level here(levels_left_);
   tally items;
   std::size_t i = 0;
   try {
-    for (; const handle item = host::array_item(array, i); ++i) items.add(size_of<Extent>(item));
-  } catch (host::bad_value& error) {
+    for (; const py::item_ref item = py::array_item(array, i); ++i) items.add(size_of(item, how));
+  } catch (py::bad_value& error) {
     error.prepend(i);
     throw;
   }
   return items.bracketed();
 }
 
-template <extent Extent>
-std::int64_t json_meter::size_of_object(owned object) {
+std::int64_t json_meter::size_of_object(owned object, precision how) {
   const level here(levels_left_);
   tally members;
-  host::dict_cursor cursor(object);
+  py::dict_walk walk{py::dict(object)};
   std::size_t position = 0;
-  for (handle key, value; cursor.next(key, value);) {
-    members.add(size_of_member<Extent>(position++, key, value));
+  for (handle key, value; walk.next(key, value);) {
+    members.add(size_of_member(position++, key, value, how));
   }
   return members.bracketed();
 }
 
 std::int64_t json_meter::size_of_new_key(std::size_t position, handle key) {
-  if (host::kind_of(key) != kind::text) host::refuse(host::fault::type, "string keys", key);
-  const std::int64_t size = json_string_size(host::view_of(key));
-  // Letting go of a text of a derived type could run host code, in the middle of a walk.
-  if (host::is_plain_text(key)) keys_[position % std::size(keys_)] = {owned::share(key), size};
+  if (py::kind_of(key) != kind::text) py::refuse(py::fault::type, "string keys", key);
+  const std::int64_t size = json_string_size(py::view_of(key));
+  // Releasing a text of a derived type could run its finalizer, in the middle of a walk.
+  if (py::is_plain_text(key)) keys_[position % std::size(keys_)] = {py::new_ref(key), size};
   return size;
 }
 
-template <extent Extent>
-std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle value) {
+std::int64_t json_meter::size_of_member(std::size_t position, handle key, handle value,
+                                        precision how) {
   const std::int64_t size = size_of_key(position, key) + 2;
-  const kind what = host::kind_of(value);
-  if (what == kind::text) return size + json_string_size<Extent>(host::view_of(value));
-  if (what == kind::integer) return size + integer_size<Extent>(value);
-  const owned held = owned::share(key);
+  const kind what = py::kind_of(value);
+  if (what == kind::text) return size + json_string_size(py::view_of(value), how);
+  if (what == kind::integer) return size + integer_size(value, how);
+  const owned held = py::new_ref(key);
   try {
-    return size + size_of<Extent>(value);
-  } catch (host::bad_value& error) {
-    error.prepend_key(host::view_of(held));
+    return size + size_of(value, how);
+  } catch (py::bad_value& error) {
+    error.prepend_key(py::view_of(held));
     throw;
   }
 }
-
-template std::int64_t json_meter::size_of<extent::exact>(handle);
-template std::int64_t json_meter::size_of<extent::least>(handle);
-template std::int64_t json_meter::size_of_member<extent::exact>(std::size_t, handle, handle);
-template std::int64_t json_meter::size_of_member<extent::least>(std::size_t, handle, handle);
 
 }  // namespace grounding_fit

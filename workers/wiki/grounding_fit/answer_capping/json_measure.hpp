@@ -5,25 +5,45 @@
 // one of these, or a sum of them.
 #pragma once
 
-#include "host/host.hpp"
+#include "python/container.hpp"
+#include "text/escape_growth.hpp"
 
 namespace grounding_fit {
 
+inline constexpr std::int64_t k_answer_max_chars = 40000;  // the cap of an answer
+
 // How closely a size is taken: to the character, or as a lower bound for which no text and no digit
 // is read, since a text takes at least its own length. Both refuse the same values.
-enum class extent { exact, least };
+enum class precision { exact, bound };
 
-template <extent Extent>
-std::int64_t inner_size(text_view text) {
-  return Extent == extent::exact ? escaped_length(text) : static_cast<std::int64_t>(text.length());
+inline std::int64_t inner_size(text_view text, precision how) {
+  return how == precision::exact ? escaped_length(text) : static_cast<std::int64_t>(text.length());
 }
-template <extent Extent = extent::exact>
-std::int64_t json_string_size(text_view text) {
-  return 2 + inner_size<Extent>(text);
+// Measures a text exactly once; `known` is below 0 until then.
+inline std::int64_t inner_size_once(text_view text, precision how, std::int64_t& known) {
+  if (known >= 0) return known;
+  const std::int64_t size = inner_size(text, how);
+  if (how == precision::exact) known = size;
+  return size;
+}
+inline std::int64_t json_string_size(text_view text, precision how = precision::exact) {
+  return 2 + inner_size(text, how);
 }
 // A member of an object, the ": " between key and value included.
 inline std::int64_t member_size(text_view key, std::int64_t value) {
   return json_string_size(key) + 2 + value;
+}
+
+// How far a size need be known: one that is at most the limit is exact, for one above it any bound
+// will do that is above it as well. So a size can say no before a text is read.
+using size_limit = __int128;
+constexpr size_limit k_no_limit = size_limit(1) << 126;
+template <class Size>
+std::int64_t size_up_to(size_limit limit, Size&& size) {
+  if (limit < k_no_limit) {
+    if (const std::int64_t bound = size(precision::bound); bound > limit) return bound;
+  }
+  return size(precision::exact);
 }
 
 // Measures any number of values. The caller keeps each alive while it is measured.
@@ -31,31 +51,28 @@ class json_meter {
  public:
   // TypeError for what JSON has no form for, keys that are no strings among it; RecursionError for
   // containers nested too deep or in a cycle.
-  template <extent Extent = extent::exact>
-  std::int64_t size_of(host::handle value);
+  std::int64_t size_of(py::handle value, precision how = precision::exact);
   // A member of an object, the ": " between key and value included.
-  template <extent Extent = extent::exact>
-  std::int64_t size_of_member(std::size_t position, host::handle key, host::handle value);
+  std::int64_t size_of_member(std::size_t position, py::handle key, py::handle value,
+                              precision how);
 
  private:
-  template <extent Extent>
-  std::int64_t size_of_array(host::owned array);
-  template <extent Extent>
-  std::int64_t size_of_object(host::owned object);
-  std::int64_t size_of_key(std::size_t position, host::handle key) {
+  std::int64_t size_of_array(py::owned array, precision how);
+  std::int64_t size_of_object(py::owned object, precision how);
+  std::int64_t size_of_key(std::size_t position, py::handle key) {
     const sized_key& last = keys_[position % std::size(keys_)];
     return last.key.is(key) ? last.size : size_of_new_key(position, key);
   }
-  std::int64_t size_of_new_key(std::size_t position, host::handle key);
+  std::int64_t size_of_new_key(std::size_t position, py::handle key);
 
   // Objects of one kind have the same keys in the same order, so the last key of each position is
   // remembered by address, and kept alive.
   struct sized_key {
-    host::owned key;
+    py::owned key;
     std::int64_t size;
   };
   sized_key keys_[8] = {};
-  int levels_left_ = host::deepest_nesting();
+  int levels_left_ = py::deepest_nesting();
 };
 
 // Sizes that have been added up, and how many there were: what an array or a joined text takes.
@@ -67,7 +84,11 @@ struct tally {
     size += one;
     ++count;
   }
-  friend tally operator+(tally a, tally b) { return {a.size + b.size, a.count + b.count}; }
+  tally& operator+=(tally more) {
+    size += more.size;
+    count += more.count;
+    return *this;
+  }
   // With a separator of that size between each two.
   std::int64_t joined(std::int64_t separator) const {
     return size + separator * (count > 0 ? count - 1 : 0);

@@ -1,61 +1,93 @@
 #include "answer_capping/note.hpp"
 
+#include <string>
+
+#include "answer_capping/json_measure.hpp"
+#include "python/text_builder.hpp"
+
 namespace grounding_fit {
 
-using host::owned;
+using py::owned;
 
-owned cap_note(std::span<const text_view> named, std::size_t items, note_end end) {
-  pieces what;
+namespace {
+
+// What a note says, in order: `out` takes literals, items and numbers.
+template <class Out>
+void describe_note(Out&& out, std::span<const note_item> named, std::size_t items, note_end end) {
+  static constexpr json_literal k_start = "answer capped at ",
+                                k_unit = " characters; left out: ", k_separator = "; ",
+                                k_more = " more blocks", k_stop = ".",
+                                k_nothing = "nothing that can be left out";
+  static constexpr json_literal k_ask =
+      " Ask for code with query=\"<file path or symbol>, ...\"; "
+      "read another page with wiki(action=\"read\", page_id=...).";
+  static constexpr json_literal k_over = " The file cards and the other fields alone exceed it.";
+  out(k_start);
+  out(k_answer_max_chars);
+  out(k_unit);
   for (std::size_t i = 0; i < named.size(); ++i) {
-    if (i > 0) what.add("; ");
-    what.add(named[i]);
+    if (i > 0) out(k_separator);
+    out(named[i]);
   }
   if (items > k_note_items) {
-    what.add("; ");
-    what.add_number(__int128(items - k_note_items));
-    what.add(" more blocks");
+    out(k_separator);
+    out(static_cast<std::int64_t>(items - k_note_items));
+    out(k_more);
   }
-  if (what.empty()) what.add("nothing that can be left out");
+  if (items == 0 || (items == 1 && named[0].text.empty())) out(k_nothing);
+  out(k_stop);
+  if (end != note_end::plain) out(k_ask);
+  if (end == note_end::ask_and_say_over) out(k_over);
+}
 
-  pieces note;
-  note.add("answer capped at ");
-  note.add_number(__int128(k_answer_max_chars));
-  note.add(" characters; left out: ");
-  for (const text_view& view : what.views()) note.add(view);
-  note.add(".");
-  if (end != note_end::plain) {
-    note.add(
-        " Ask for code with query=\"<file path or symbol>, ...\"; "
-        "read another page with wiki(action=\"read\", page_id=...).");
-  }
-  if (end == note_end::ask_and_say_over) {
-    note.add(" The file cards and the other fields alone exceed it.");
-  }
-  return note.text();
+}  // namespace
+
+owned cap_note(std::span<const note_item> named, std::size_t items, note_end end) {
+  struct {
+    text_builder note;
+    void operator()(text_view text) { note.add(text); }
+    void operator()(const note_item& item) { note.add(item.text); }
+    void operator()(std::int64_t number) { note.add_number(number); }
+  } out;
+  describe_note(out, named, items, end);
+  return out.note.text();
+}
+
+std::int64_t cap_note_size(std::span<const note_item> named, std::size_t items, note_end end) {
+  struct {
+    std::int64_t size = 0;
+    void operator()(const json_literal& text) { size += text.size(); }
+    void operator()(const note_item& item) { size += item.size; }
+    void operator()(std::int64_t number) {
+      size += static_cast<std::int64_t>(std::to_string(number).size());
+    }
+  } out;
+  describe_note(out, named, items, end);
+  return out.size;
 }
 
 owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
   if (kept >= total) return {};
   const __int128 cut = __int128(total) - kept;
-  pieces item;
+  text_builder item;
   item.add("the bodies of ");
-  item.add_number(cut);
+  item.add_wide_number(cut);
   item.add(" of ");
-  item.add_number(__int128(total));
+  item.add_number(total);
   item.add(" symbol blocks (the lowest ranked; ");
-  item.add_number(__int128(listed));
+  item.add_number(listed);
   item.add(" of them listed by lines and signature, ");
-  item.add_number(cut - listed);
+  item.add_wide_number(cut - listed);
   item.add(" not at all)");
   return item.text();
 }
 
 owned prior_item(std::size_t characters, owned page_id) {
-  pieces item;
+  text_builder item;
   item.add("prior_markdown (");
-  item.add_number(__int128(characters));
+  item.add_number(static_cast<std::int64_t>(characters));
   item.add(" characters; read the page with wiki(action=\"read\", page_id=\"");
-  item.add_value(std::move(page_id));
+  item.add_value(page_id);
   item.add("\") before you edit it)");
   return item.text();
 }

@@ -1,93 +1,103 @@
 #include "answer_capping/rebuilt_answer.hpp"
 
+#include "python/make.hpp"
+
 namespace grounding_fit {
 
-using host::handle;
-using host::module_state;
-using host::owned;
+using py::handle;
+using py::owned;
 
-static_assert(fact_measure<rebuilt_answer>);
+rebuilt_answer::rebuilt_answer(const py::module_state& state, const original_answer& original,
+                               page_facts& facts, page_symbols& symbols)
+    : around_(state, original, new_answer::fitted_fields::rebuilt),
+      facts_(facts),
+      symbols_(symbols) {}
 
-rebuilt_answer::rebuilt_answer(const module_state& state, const given_answer& given,
-                               const fact_blocks& prose, page_symbols& symbols, json_meter& meter)
-    : state_(state), given_(given), facts_(take_page_facts(prose, meter)), symbols_(symbols) {
-  describe_members(carried_, given_, fitted_fields::rebuilt);
-  describe_new_note(carried_, given_);
+// ---- a sum over parts ---------------------------------------------------------------------------
+
+std::int64_t rebuilt_answer::size_of(positions facts, bodies show, size_limit limit) {
+  symbols_.read(code_of(bodies::none));  // the rules read what is listed before any seed
+  for (const std::size_t fact : facts) facts_.read_seeds(fact);
+  part_sizes sum;
+  for (const std::size_t fact : facts) sum += facts_.as_part(fact, precision::exact).sizes;
+  return size_up_to(limit, [&](precision how) {
+    return total(sum, code_of(show), k_placeholder_chars, how, facts);
+  });
 }
 
-rebuilt_answer::shown rebuilt_answer::of(std::span<const std::size_t> facts) {
-  symbols_.size(symbols_.with_window(0));  // the rules read what is listed before any seed
-  for (const std::size_t fact : facts) facts_[fact].read_seeds(state_);
-  shown these;
-  for (const std::size_t fact : facts) {
-    describe_fact(these.size, facts_[fact]);
-    these.facts.push_back(fact);
+std::int64_t rebuilt_answer::size_with(std::size_t fact, size_limit limit) {
+  facts_.read_seeds(fact);
+  kept_.push_back(fact);  // for as long as it is measured
+  const std::int64_t size = size_up_to(limit, [&](precision how) {
+    part_sizes sum = kept_sizes_;
+    sum += facts_.as_part(fact, how).sizes;
+    return total(sum, code_of(bodies::none), k_placeholder_chars, how, kept_);
+  });
+  kept_.pop_back();
+  return size;
+}
+
+void rebuilt_answer::keep(std::size_t fact) {
+  kept_.push_back(fact);
+  kept_sizes_ += facts_.as_part(fact, precision::exact).sizes;
+}
+
+std::int64_t rebuilt_answer::size(code_amount code, std::int64_t note_chars, size_limit limit) {
+  return size_up_to(
+      limit, [&](precision how) { return total(kept_sizes_, code, note_chars, how, kept_); });
+}
+
+part_sizes rebuilt_answer::sizes_of(code_amount code, precision how) {
+  if (sized_ == code) return code_sizes_;
+  symbols_.read(code);
+  while (how == precision::exact && bodies_.size() <= code.bodies) {
+    part_sizes next = bodies_.back();
+    next += symbols_.body(bodies_.size() - 1, how).sizes;
+    bodies_.push_back(next);
   }
-  return these;
-}
-
-rebuilt_answer::shown rebuilt_answer::with(shown facts, std::size_t fact) {
-  facts_[fact].read_seeds(state_);
-  describe_fact(facts.size, facts_[fact]);
-  facts.facts.push_back(fact);
-  return facts;
-}
-
-std::int64_t rebuilt_answer::size(const shown& facts, shown_code code, std::int64_t note_chars) {
-  const std::int64_t measured = total(facts.size + symbols_.size(code), note_chars);
-#ifdef GROUNDING_FIT_CHECK_SIZES
-  check(measured, facts, code, note_chars);
-#endif
-  return measured;
-}
-
-std::int64_t rebuilt_answer::least(const shown& facts, shown_code code) {
-  const answer_size_to<extent::least> of_facts = facts.size;
-  const std::int64_t bound = total(of_facts + symbols_.least(code), k_placeholder_chars);
-#ifdef GROUNDING_FIT_CHECK_SIZES
-  if (const std::int64_t exact = size(facts, code); bound > exact) {
-    host::raise_size_mismatch(bound, exact);
+  const std::size_t counted = std::min(bodies_.size() - 1, code.bodies);
+  part_sizes sum = bodies_[counted];
+  for (std::size_t i = counted; i < code.bodies; ++i) sum += symbols_.body(i, how).sizes;
+  if (code.listed > 0) sum += symbols_.heading().sizes;
+  for (std::size_t i = 0; i < code.listed; ++i) sum += symbols_.line(code.bodies + i).sizes;
+  if (how == precision::exact) {
+    sized_ = code;
+    code_sizes_ = sum;
   }
-#endif
-  return bound;
+  return sum;
 }
 
-std::int64_t rebuilt_answer::least_with(const shown& facts, std::size_t fact) {
-  facts_[fact].read_seeds(state_);
-  answer_size_to<extent::least> with = facts.size;
-  describe_fact(with, facts_[fact]);
-  return total(with + symbols_.least(code_of(bodies::none)), k_placeholder_chars);
-}
-
-owned rebuilt_answer::build(const std::vector<fact_decision>& facts, shown_code code, handle note) {
-  std::vector<std::size_t> kept;
-  for (std::size_t i = 0; i < facts.size(); ++i) {
-    if (stays(facts[i].outcome)) kept.push_back(i);
-  }
-  return build_of(kept, code, note);
-}
-
-owned rebuilt_answer::build_of(const std::vector<std::size_t>& facts, shown_code code,
-                               handle note) {
-  answer_values blocks(facts.size() + code.bodies + 1, code.listed);
-  describe_blocks(blocks, facts_, facts, symbols_, code);
-  new_answer answer(state_, note);
-  describe_members(answer, given_, fitted_fields::rebuilt);
-  describe_fields(answer, blocks);
-  describe_new_note(answer, given_);
-  return answer.take();
-}
-
+std::int64_t rebuilt_answer::total(part_sizes facts, code_amount code, std::int64_t note_chars,
+                                   precision how, [[maybe_unused]] positions which) {
+  facts += sizes_of(code, how);
+  const std::int64_t size = around_.size() + facts.total() + note_chars;
 #ifdef GROUNDING_FIT_CHECK_SIZES
-// A host that changes a record in the middle of the call makes the two differ, so that is an error
-// of the call, not a crash.
-void rebuilt_answer::check(std::int64_t measured, const shown& facts, shown_code code,
-                           std::int64_t note_chars) {
+  // A host that changes a record in the middle of the call makes the two differ, so that is an
+  // error of the call and no crash.
   const std::string note(static_cast<std::size_t>(note_chars), 'x');
-  const owned text = host::new_text(std::string_view(note));
-  const std::int64_t built = json_meter().size_of(build_of(facts.facts, code, text));
-  if (built != measured) host::raise_size_mismatch(measured, built);
-}
+  const owned text = py::new_text(std::string_view(note));
+  const std::int64_t built = json_meter().size_of(build_of(which, code, text));
+  if (how == precision::exact ? size != built : size > built) {
+    py::raise_size_mismatch(size, built);
+  }
 #endif
+  return size;
+}
+
+// ---- a walk over the same parts -----------------------------------------------------------------
+
+owned rebuilt_answer::build_of(positions facts, code_amount code, handle note) {
+  std::int64_t line_chars = 0;  // at least those of the listed lines
+  for (std::size_t i = 0; i < code.listed; ++i) {
+    line_chars += symbols_.line(code.bodies + i).sizes.texts.size;
+  }
+  fitted_values values(facts.size() + code.bodies + 1, static_cast<std::size_t>(line_chars));
+  symbols_.make_seeds(code.bodies);
+  for (const std::size_t fact : facts) values.add(facts_.as_part(fact, precision::exact));
+  for (std::size_t i = 0; i < code.bodies; ++i) values.add(symbols_.body(i, precision::exact));
+  if (code.listed > 0) values.add(symbols_.heading());
+  for (std::size_t i = 0; i < code.listed; ++i) values.add(symbols_.line(code.bodies + i));
+  return around_.build(note, values.build());
+}
 
 }  // namespace grounding_fit

@@ -2,68 +2,51 @@
 // built.
 #pragma once
 
-#include "answer_capping/answer_description.hpp"
-#include "answer_capping/fact_choice.hpp"
+#include <optional>
+
+#include "answer_capping/answer_parts.hpp"
+#include "answer_capping/decide.hpp"
+#include "answer_capping/original_answer.hpp"
 
 namespace grounding_fit {
 
-#ifdef GROUNDING_FIT_CHECK_SIZES
-inline constexpr bool k_check_sizes = true;
-#else
-inline constexpr bool k_check_sizes = false;
-#endif
-
-class rebuilt_answer {
+class rebuilt_answer final : public candidate {
  public:
-  // What some fact blocks come to (see fact_measure).
-  struct shown {
-    answer_size size;
-    // Which they are, where every size is checked.
-    struct nothing {
-      void push_back(std::size_t) {}
-    };
-    [[no_unique_address]] std::conditional_t<k_check_sizes, std::vector<std::size_t>, nothing>
-        facts{};
-  };
+  rebuilt_answer(const py::module_state& state, const original_answer& original, page_facts& facts,
+                 page_symbols& symbols);
 
-  rebuilt_answer(const host::module_state& state, const given_answer& given,
-                 const fact_blocks& prose, page_symbols& symbols, json_meter& meter);
+  std::int64_t size_of(std::span<const std::size_t> facts, bodies show, size_limit limit) override;
+  std::int64_t size_with(std::size_t fact, size_limit limit) override;
+  void keep(std::size_t fact) override;
 
-  std::vector<page_fact>& facts() { return facts_; }
-
-  // ---- fact_measure: answers that show no body, or as many as the token budget keeps ----
-  shown of(std::span<const std::size_t> facts);
-  shown with(shown facts, std::size_t fact);
-  std::int64_t size(const shown& facts, bodies show) { return size(facts, code_of(show)); }
-  std::int64_t least(const shown& facts, bodies show) { return least(facts, code_of(show)); }
-  // The least size of the answer without bodies, with one fact more.
-  std::int64_t least_with(const shown& facts, std::size_t fact);
-
-  // With a note of that many characters, as JSON.
-  std::int64_t size(const shown& facts, shown_code code,
-                    std::int64_t note_chars = k_placeholder_chars);
-  // At least that large, whatever the bodies hold; with the placeholder for a note.
-  std::int64_t least(const shown& facts, shown_code code);
-  host::owned build(const std::vector<fact_decision>& facts, shown_code code, host::handle note);
+  // With the facts kept, and a note of that many characters, as JSON.
+  std::int64_t size(code_amount code, std::int64_t note_chars, size_limit limit);
+  py::owned build(code_amount code, py::handle note) {
+    std::vector<part_sizes>{{}}.swap(bodies_);  // the sums make room for the answer
+    return build_of(kept_, code, note);
+  }
 
  private:
-  shown_code code_of(bodies show) const {
-    return symbols_.with_window(show == bodies::none ? 0 : symbols_.within_tokens());
-  }
-  template <extent Extent>
-  std::int64_t total(const answer_size_to<Extent>& blocks, std::int64_t note_chars) const {
-    new_answer_size answer = carried_;
-    describe_fields(answer, blocks);
-    return answer.total() + note_chars;
-  }
-  host::owned build_of(const std::vector<std::size_t>& facts, shown_code code, host::handle note);
-  void check(std::int64_t measured, const shown& facts, shown_code code, std::int64_t note_chars);
+  using positions = std::span<const std::size_t>;
 
-  const host::module_state& state_;
-  const given_answer& given_;
-  std::vector<page_fact> facts_;
+  code_amount code_of(bodies show) const {
+    return symbols_.with_lines(show == bodies::none ? 0 : symbols_.within_tokens());
+  }
+  // What the code adds.
+  part_sizes sizes_of(code_amount code, precision how);
+  // Of an answer with some facts and the code; `which` are the facts that the sum is of.
+  std::int64_t total(part_sizes facts, code_amount code, std::int64_t note_chars, precision how,
+                     positions which);
+  py::owned build_of(positions facts, code_amount code, py::handle note);
+
+  new_answer around_;  // what is carried over
+  page_facts& facts_;
   page_symbols& symbols_;
-  new_answer_size carried_{0};  // with a note of no characters
+  std::vector<std::size_t> kept_;
+  part_sizes kept_sizes_;
+  std::vector<part_sizes> bodies_{{}};  // what the first n bodies add, at index n
+  std::optional<code_amount> sized_;    // the code that code_sizes_ is of
+  part_sizes code_sizes_;
 };
 
 }  // namespace grounding_fit

@@ -1,14 +1,16 @@
-#include "answer_capping/answer_capping.hpp"
-#include "binding/function.hpp"
+#include "answer_capping/decide.hpp"
+#include "binding/binding.hpp"
+#include "python/call.hpp"
+#include "python/make.hpp"
 
 namespace grounding_fit {
 namespace {
 
-using host::arguments;
-using host::handle;
-using host::module_state;
-using host::owned;
-using host::within;
+using py::arguments;
+using py::handle;
+using py::module_state;
+using py::owned;
+using py::within;
 
 constexpr function k_json_size = {
     R"(_json_size($module, /, value)
@@ -18,8 +20,8 @@ Return the length of a value's JSON text in code points, without making the text
 
 The same as len(json.dumps(value, ensure_ascii=False)), but keys must be strings. Raises
 TypeError for what JSON has no form for, RecursionError for nesting too deep or in a cycle.)",
-    [](const module_state&, const arguments& given) {
-      return within("value", [&] { return host::new_integer(json_meter().size_of(given[0])); });
+    [](const module_state&, const arguments& args) {
+      return within("value", [&] { return py::new_integer(json_meter().size_of(args[0])); });
     }};
 
 constexpr function k_cap_note = {
@@ -29,14 +31,14 @@ constexpr function k_cap_note = {
 Return the `truncated` note of a capped answer: six items by name, the others counted.
 
 left_out: list or tuple of str. ask: whether the note asks the agent to fetch what it needs.)",
-    [](const module_state&, const arguments& given) {
-      const array_texts items("left_out", given[0]);
-      std::vector<text_view> named;
+    [](const module_state&, const arguments& args) {
+      const py::items items = expect_items("left_out", args[0]);
+      std::vector<note_item> named;
       for (std::size_t i = 0; i < items.size(); ++i) {
-        const text_view item = host::view_of(items[i]);
-        if (i < k_note_items) named.push_back(item);
+        const text_view item = py::view_of(expect_text_at("left_out", items, i));
+        if (i < k_note_items) named.emplace_back(item);
       }
-      const bool ask = given[1] && host::truth(given[1]);
+      const bool ask = args[1] && py::truth(args[1]);
       return cap_note(named, items.size(), ask ? note_end::ask : note_end::plain);
     }};
 
@@ -47,13 +49,13 @@ constexpr function k_code_cut = {
 Return the note item that counts the symbol blocks left without their body: a list of 0 or 1 str.
 
 kept: int, blocks with a body. listed: int, others listed by a line. total: int, all blocks.)",
-    [](const module_state&, const arguments& given) {
-      const std::int64_t kept = expect_int64("kept", given[0]);
-      const std::int64_t listed = expect_int64("listed", given[1]);
-      owned item = code_cut(kept, listed, expect_int64("total", given[2]));
+    [](const module_state&, const arguments& args) {
+      const std::int64_t kept = expect_int64("kept", args[0]);
+      const std::int64_t listed = expect_int64("listed", args[1]);
+      owned item = code_cut(kept, listed, expect_int64("total", args[2]));
       std::vector<owned> items;
       if (item) items.push_back(std::move(item));
-      return host::new_list(std::move(items));
+      return py::new_list(std::move(items));
     }};
 
 constexpr function k_most = {
@@ -64,43 +66,46 @@ Return the largest count from 0 to high for which fits(count) is true, found by 
 
 high: int; 0 or less gives 0. fits: callable, true for every count below one it is true for;
 never called with 0.)",
-    [](const module_state&, const arguments& given) {
-      const std::int64_t high = expect_int64("high", given[0]);
-      return host::new_integer(most(high, [&](std::int64_t count) {
-        within("fits", [&] { host::expect_callable(given[1]); });
-        return host::truth(host::call(given[1], host::new_integer(count)));
+    [](const module_state&, const arguments& args) {
+      const std::int64_t high = expect_int64("high", args[0]);
+      return py::new_integer(most(high, [&](std::int64_t count) {
+        within("fits", [&] { py::expect_callable(args[1]); });
+        return py::truth(py::call(args[1], py::new_integer(count)));
       }));
     }};
 
-// The measure that a host hands to _fit_prose: called with a list of its own every time.
-class host_measure {
+// Answers that the caller of _fit_prose measures: by its `size`, which gets a list of its own every
+// time.
+class callers_candidate final : public candidate {
  public:
-  using shown = std::vector<std::size_t>;
+  callers_candidate(handle size, handle total, const fact_blocks& prose)
+      : size_(size), total_(total), prose_(prose), none_(py::new_integer(0)) {}
 
-  host_measure(handle size, handle total, const fact_blocks& prose)
-      : size_(size), total_(total), prose_(prose), none_(host::new_integer(0)) {}
-
-  shown of(std::span<const std::size_t> facts) const { return {facts.begin(), facts.end()}; }
-  shown with(shown facts, std::size_t fact) const {
-    facts.push_back(fact);
-    return facts;
-  }
-  std::int64_t size(const shown& facts, bodies show) const {
+  std::int64_t size_of(std::span<const std::size_t> facts, bodies show, size_limit) override {
     const handle count = show == bodies::within_tokens ? total_ : handle(none_);
-    return expect_int64("result of size", host::call(size_, list(facts), count));
+    return expect_int64("result of size", py::call(size_, list_of(facts), count));
   }
-
-  owned list(const shown& facts) const {
-    std::vector<owned> blocks;
-    blocks.reserve(facts.size());
-    for (const std::size_t fact : facts) blocks.push_back(host::share(prose_[fact].record));
-    return host::new_list(std::move(blocks));
+  std::int64_t size_with(std::size_t fact, size_limit limit) override {
+    kept_.push_back(fact);  // for as long as it is measured
+    const std::int64_t size = size_of(kept_, bodies::none, limit);
+    kept_.pop_back();
+    return size;
   }
+  void keep(std::size_t fact) override { kept_.push_back(fact); }
+  owned kept() const { return list_of(kept_); }
 
  private:
+  owned list_of(std::span<const std::size_t> facts) const {
+    std::vector<owned> blocks;
+    blocks.reserve(facts.size());
+    for (const std::size_t fact : facts) blocks.push_back(py::new_ref(prose_[fact].record));
+    return py::new_list(std::move(blocks));
+  }
+
   handle size_, total_;
   const fact_blocks& prose_;
   owned none_;
+  std::vector<std::size_t> kept_;
 };
 
 constexpr function k_fit_prose = {
@@ -112,27 +117,26 @@ Return (kept, labels): the fact blocks a capped answer keeps, and the names of t
 parts: GroundingParts. size: callable(blocks, count) giving the JSON characters of an answer
 with those fact blocks and count bodies, or with total of them. total: handed on to size as it is.
 Raises ValueError when the code_floor's product with the room is not finite.)",
-    [](const module_state& state, const arguments& given) {
-      const grounding_parts parts = expect_parts(state, given[0]);
-      within("size", [&] { host::expect_callable(given[1]); });
+    [](const module_state& state, const arguments& args) {
+      const grounding_parts parts = expect_parts(state, args[0]);
+      within("size", [&] { py::expect_callable(args[1]); });
       const fact_blocks prose(state, parts);
       json_meter meter;
-      std::vector<page_fact> facts = take_page_facts(prose, meter);
-      host_measure measure(given[1], given[2], prose);
-      const auto chosen = choose_facts<sizing::all>(fact_policy(state, parts), facts, measure);
+      page_facts facts(state, prose, meter);
+      callers_candidate answer(args[1], args[2], prose);
+      const fact_choice chosen = choose_facts(state, parts, facts, answer, measuring::all);
 
       std::vector<owned> labels;
-      for (std::size_t i = 0; i < facts.size(); ++i) {
-        if (!stays(chosen.decisions[i].outcome)) labels.push_back(prose[i].label());
+      for (std::size_t i = 0; i < prose.size(); ++i) {
+        if (!stays(chosen.facts[i].outcome)) labels.push_back(prose[i].label());
       }
-      return host::tuple_of(measure.list(chosen.kept), host::new_list(std::move(labels)));
+      return py::tuple_of(answer.kept(), py::new_list(std::move(labels)));
     }};
 
-template <sizing Sizing>
-page_fit fit_given(const module_state& state, const arguments& given) {
-  const grounding_parts parts = expect_parts(state, given[1]);
-  within("result", [&] { host::expect_dict(given[0]); });
-  return fit_page_context<Sizing>(state, given[0], parts, expect_int64("budget", given[2]));
+page_fit fit_arguments(const module_state& state, const arguments& args, measuring how) {
+  const grounding_parts parts = expect_parts(state, args[1]);
+  within("result", [&] { py::expect_dict(args[0]); });
+  return fit_page_context(state, args[0], parts, expect_int64("budget", args[2]), how);
 }
 
 constexpr function k_fit_page_context = {
@@ -145,8 +149,8 @@ result: the answer (dict), given back itself when it fits. parts: GroundingParts
 budget: int, the page's budget in tokens. A capped answer is a new dict whose `truncated` says
 what was left out; it is over the cap only when that still is too large without any code.
 Raises KeyError('page_id') when a prior_markdown must go and the answer has no page_id.)",
-    [](const module_state& state, const arguments& given) {
-      return std::move(fit_given<sizing::needed>(state, given).answer);
+    [](const module_state& state, const arguments& args) {
+      return std::move(fit_arguments(state, args, measuring::as_needed).answer);
     }};
 
 constexpr function k_explain_page_context = {
@@ -159,10 +163,10 @@ Takes, raises and asks of the host what _fit_page_context does. The report is a 
 hold, its sizes in JSON characters: the outcome, the room and what of it was kept for code, for
 every fact block its verdict and by how much it fell short, what stopped the bodies, and what the
 note took off. docs/fitting.md shows how to read one.)",
-    [](const module_state& state, const arguments& given) {
-      page_fit fit = fit_given<sizing::all>(state, given);
+    [](const module_state& state, const arguments& args) {
+      page_fit fit = fit_arguments(state, args, measuring::all);
       owned report = report_of(fit);
-      return host::tuple_of(std::move(fit.answer), std::move(report));
+      return py::tuple_of(std::move(fit.answer), std::move(report));
     }};
 
 }  // namespace

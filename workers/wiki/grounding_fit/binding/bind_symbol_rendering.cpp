@@ -1,11 +1,13 @@
-#include "binding/function.hpp"
-#include "symbol_rendering/symbol_rendering.hpp"
+#include "binding/binding.hpp"
+#include "python/make.hpp"
+#include "symbol_rendering/listing.hpp"
+#include "symbol_rendering/render_symbol.hpp"
 
 namespace grounding_fit {
 namespace {
 
-using host::arguments;
-using host::module_state;
+using py::arguments;
+using py::module_state;
 
 constexpr function k_render_symbol = {
     R"(render_symbol($module, /, sym)
@@ -15,8 +17,8 @@ Return the text of one symbol block: a head line, then what is known of the symb
 
 sym: symbol record (dict). Calls the host's _norm once. No line feed ends the text.
 Raises TypeError for a parameter, callee or related symbol of the wrong type.)",
-    [](const module_state& state, const arguments& given) {
-      return host::within("sym", [&] { return render_symbol(state, given[0]); });
+    [](const module_state& state, const arguments& args) {
+      return py::within("sym", [&] { return render_symbol(state, args[0]); });
     }};
 
 constexpr function k_listed = {
@@ -27,10 +29,10 @@ Return the line that lists one symbol: name, kind, file, lines, and up to 80 cod
 
 sym: symbol record (dict). Calls the host's _norm once.
 Raises ValueError when line or end_line cannot be read as an integer.)",
-    [](const module_state& state, const arguments& given) {
+    [](const module_state& state, const arguments& args) {
       path_names norm(state, path_names::asking::every_time);
-      const auto line = host::within("sym", [&] { return listed_line(state, given[0], norm); });
-      pieces text;
+      const auto line = py::within("sym", [&] { return listed_line(state, args[0], norm); });
+      text_builder text;
       line.write(text);
       return text.text();
     }};
@@ -42,10 +44,10 @@ constexpr function k_listing = {
 Return the heading _LISTED_HEADING and one listed line a symbol; '' for no symbols or None.
 
 symbols: list or tuple of symbol records, all of which are listed.)",
-    [](const module_state& state, const arguments& given) {
-      if (host::kind_of(given[0]) == host::kind::null) return host::empty_text();
-      const array_records symbols("symbols", given[0]);
-      return make_listing(state, symbols, symbols.size());
+    [](const module_state& state, const arguments& args) {
+      if (py::kind_of(args[0]) == py::kind::null) return py::empty_text();
+      const std::vector<symbol_block> records = expect_records("symbols", args[0]);
+      return make_listing(state, symbol_records(records, "symbols"), records.size());
     }};
 
 }  // namespace

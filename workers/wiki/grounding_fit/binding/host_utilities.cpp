@@ -1,11 +1,13 @@
-#include "binding/host_utilities.hpp"
+#include "binding/binding.hpp"
+#include "python/call.hpp"
+#include "python/make.hpp"
 
 namespace grounding_fit {
 
-using host::handle;
-using host::module_state;
-using host::owned;
-using host::utility;
+using py::handle;
+using py::module_state;
+using py::owned;
+using py::utility;
 
 namespace {
 
@@ -29,9 +31,9 @@ constexpr const char* k_host_modules[] = {"workers.context_builder", "workers.wi
 
 // Is it the dotted name itself, or that of a package above it?
 bool names_part_of(handle value, std::string_view dotted) {
-  if (host::kind_of(value) != host::kind::text) return false;
+  if (py::kind_of(value) != py::kind::text) return false;
   const text_view whole = dotted;
-  const text_view part = host::view_of(value);
+  const text_view part = py::view_of(value);
   if (!whole.starts_with(part)) return false;
   return part.length() == whole.length() || whole[part.length()] == '.';
 }
@@ -40,47 +42,47 @@ bool names_part_of(handle value, std::string_view dotted) {
 owned attribute_of(handle module, const char* name) {
   PyObject* value = PyObject_GetAttrString(module.get(), name);
   if (value != nullptr) return owned::steal(value);
-  if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw host::raised{};
+  if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw py::python_error_set{};
   PyErr_Clear();
   return {};
 }
 
-// As `from NAME import ...` imports it: by its full name, whatever is known of the packages above
-// it, and through the host's own __import__ where it has one.
+// As `from NAME import ...` imports it: by its full name, whether or not the packages above it are
+// known, and through the __import__ that is in force.
 owned import_as_from(const char* name) {
   const handle builtins = PyEval_GetBuiltins();
-  const owned import = host::dict(builtins).get(host::new_text("__import__"));
-  if (!import) host::refuse(host::fault::value, "builtins without __import__");
-  const owned always_there = host::tuple_of(host::new_text("__name__"));
-  return host::call(import, host::new_text(name), host::null(), host::null(), always_there,
-                    host::new_integer(0));
+  const owned import = py::dict(builtins).get(py::new_text("__import__"));
+  if (!import) py::refuse(py::fault::value, "builtins without __import__");
+  const owned always_there = py::tuple_of(py::new_text("__name__"));
+  return py::call(import, py::new_text(name), py::null(), py::null(), always_there,
+                  py::new_integer(0));
 }
 
-// A module of the host, or an empty handle when it does not exist. Any other failure to import it,
-// the absence of a module that it imports itself among them, is the host's to see.
+// A module of the host, or an empty handle when it does not exist. Any other failure to import it
+// is the caller's to see, also the absence of a module that it imports itself.
 owned import_if_there(const char* name) {
   try {
     return import_as_from(name);
-  } catch (const host::raised&) {
+  } catch (const py::python_error_set&) {
     if (!PyErr_ExceptionMatches(PyExc_ModuleNotFoundError)) throw;
   }
-  host::taken_error error;
+  py::saved_error error;
   const owned missing = attribute_of(error.value(), "name");
   if (missing && names_part_of(missing, name)) return {};
   error.restore();
-  throw host::raised{};
+  throw py::python_error_set{};
 }
 
-void take_utility(module_state& state, const wanted_utility& wanted, handle module,
-                  const char* home) {
+void import_utility(module_state& state, const wanted_utility& wanted, handle module,
+                    const char* home) {
   if (state[wanted.name]) return;
   owned value = attribute_of(module, wanted.attribute);
   if (!value) return;
-  host::within(host::place(home, ".", wanted.attribute), [&] {
+  py::within(py::place(home, ".", wanted.attribute), [&] {
     if (wanted.callable) {
-      host::expect_callable(value);
-    } else if (host::expect_text(value).empty()) {
-      host::refuse(host::fault::value, "a heading that is not empty", value);
+      py::expect_callable(value);
+    } else if (py::expect_text(value).empty()) {
+      py::refuse(py::fault::value, "a heading that is not empty", value);
     }
   });
   state.keep(wanted.name, std::move(value));
@@ -95,22 +97,22 @@ bool complete(const module_state& state) {
 
 }  // namespace
 
-void take_utilities(module_state& state) {
+void import_utilities(module_state& state) {
   std::string looked_in;
   for (const char* home : k_host_modules) {
     if (complete(state)) return;
     const owned module = import_if_there(home);
     looked_in += std::string(looked_in.empty() ? "" : ", ") + home + (module ? "" : " (not there)");
     if (!module) continue;
-    for (const wanted_utility& wanted : k_utilities) take_utility(state, wanted, module, home);
+    for (const wanted_utility& wanted : k_utilities) import_utility(state, wanted, module, home);
   }
   for (const wanted_utility& wanted : k_utilities) {
     if (state[wanted.name]) continue;
-    host::raise_error(PyExc_ImportError,
-                      "grounding_fit needs %s of its host; looked in %s. A module that is still "
-                      "being imported, because it imports grounding_fit itself, has not defined it "
-                      "yet",
-                      wanted.attribute, looked_in.c_str());
+    py::raise_error(PyExc_ImportError,
+                    "grounding_fit needs %s of its host; looked in %s. A module that is still "
+                    "being imported, because it imports grounding_fit itself, has not defined it "
+                    "yet",
+                    wanted.attribute, looked_in.c_str());
   }
 }
 

@@ -1,69 +1,52 @@
 // The listing of declarations whose body was cut: a heading, and a line for each.
 #pragma once
 
-#include "grounding_model/grounding_model.hpp"
+#include "grounding_model/seeds.hpp"
+#include "python/text_builder.hpp"
+#include "text/escape_growth.hpp"
 
 namespace grounding_fit {
 
 inline constexpr std::size_t k_listed_chars = 80;  // code points of a signature in a listed line
 inline constexpr std::size_t k_listed_max = 30;    // records that the fitting paths list
-inline constexpr literal k_listed_heading =
+inline constexpr json_literal k_listed_heading =
     "## More declarations (lines and signature only; ask for a body with query=)";
-inline constexpr literal k_line_feed = "\n";
-inline constexpr literal k_dash = u") \u2014 ";  // between a symbol's kind and its file
+inline constexpr json_literal k_dash = u") \u2014 ";  // between a symbol's kind and its file
 
 // One listed line, read once and then measured or written as often as needed.
 class listed_line {
  public:
-  static constexpr std::size_t k_most_pieces = 14;
-
   listed_line() = default;
   // Calls the host's _norm once, last.
-  listed_line(const host::module_state& state, host::handle record, path_names& norm);
+  listed_line(const py::module_state& state, py::handle record, path_names& norm);
 
-  // Adds the line, without a line feed. The line outlives the pieces, or at least their last use.
-  void write(pieces& to) const;
-  // Characters that it takes inside a JSON string, nothing built.
-  std::int64_t escaped_length() const;
+  // The line by itself.
+  void write(text_builder& to) const;
+
+  // In a listing, where it stands after a line feed.
+  void write_in_listing(text_builder& to) const {
+    to.add(k_line_feed);
+    write(to);
+  }
+  std::int64_t size_in_listing() const { return k_line_feed.size() + escaped_length(); }
 
  private:
+  static constexpr json_literal k_line_feed = "\n";
+
+  // Characters that it takes inside a JSON string, nothing built.
+  std::int64_t escaped_length() const;
   // What the line holds, in order: `out` takes literals, texts and integers.
   template <class Out>
   void describe(Out&& out) const;
 
-  host::owned name_, kind_, file_;
-  host::integer start_, end_;
-  host::owned described_;  // what `what_` is a part of
+  py::owned name_, kind_, file_;
+  py::integer start_, end_;
+  py::owned described_;  // what `what_` is a part of
   text_view what_;
 };
 
-// What a listing is: its heading, and each line after a line feed. `text` takes a literal, `line`
-// the number of a line.
-template <class Text, class Line>
-void describe_listing(std::size_t count, Text&& text, Line&& line) {
-  if (count == 0) return;
-  text(k_listed_heading);
-  for (std::size_t i = 0; i < count; ++i) {
-    text(k_line_feed);
-    line(i);
-  }
-}
-
 // The listing of the first `count` records; an empty text for none.
-template <symbol_records Records>
-host::owned make_listing(const host::module_state& state, const Records& records,
-                         std::size_t count) {
-  path_names norm(state, path_names::asking::every_time);
-  std::vector<listed_line> lines;
-  lines.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    host::within(records.place_of(i), [&] { lines.emplace_back(state, records[i], norm); });
-  }
-  pieces listing;
-  describe_listing(
-      count, [&](const literal& text) { text.write(listing); },
-      [&](std::size_t i) { lines[i].write(listing); });
-  return listing.text();
-}
+py::owned make_listing(const py::module_state& state, const symbol_records& records,
+                       std::size_t count);
 
 }  // namespace grounding_fit

@@ -24,4 +24,22 @@ inline std::int64_t escaped_length(text_view text) noexcept {
   return static_cast<std::int64_t>(text.length() + escape_growth(text));
 }
 
+// A text of the module's own, sized by the compiler.
+class json_literal {
+ public:
+  consteval json_literal(const char* ascii) : text_(ascii) {
+    for (; *ascii != 0; ++ascii) size_ += 1 + growth_of(static_cast<unsigned char>(*ascii));
+  }
+  consteval json_literal(const char16_t* wide) : text_(std::u16string_view(wide)) {
+    for (; *wide != 0; ++wide) size_ += 1 + growth_of(*wide);
+  }
+  constexpr std::int64_t size() const { return size_; }  // inside a JSON string
+  constexpr std::size_t length() const { return text_.length(); }
+  constexpr operator text_view() const { return text_; }
+
+ private:
+  text_view text_;
+  std::int64_t size_ = 0;
+};
+
 }  // namespace grounding_fit

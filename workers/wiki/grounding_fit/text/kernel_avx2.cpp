@@ -90,16 +90,19 @@ struct avx2 {
   GROUNDING_FIT_AVX2 static void widen(std::uint16_t* to, const std::uint8_t* from,
                                        std::size_t length) noexcept {
     constexpr std::size_t vectors = 4, units = 16;
-    for (; length >= vectors * units; length -= vectors * units) {
-      for (std::size_t i = 0; i < vectors; ++i) {
-        const auto* at = reinterpret_cast<const __m128i*>(from) + i;
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to) + i,
-                            _mm256_cvtepu8_epi16(_mm_loadu_si128(at)));
-      }
-      from += vectors * units;
-      to += vectors * units;
+    if (length < units) return widen_plainly(to, from, length);
+    std::size_t at = 0;
+    for (; at + vectors * units <= length; at += vectors * units) {
+      for (std::size_t i = 0; i < vectors; ++i)
+        widen_16(to + at + i * units, from + at + i * units);
     }
-    widen_plainly(to, from, length);
+    for (; at + units <= length; at += units) widen_16(to + at, from + at);
+    widen_16(to + length - units, from + length - units);  // what is left, and some once more
+  }
+
+  GROUNDING_FIT_AVX2 static void widen_16(std::uint16_t* to, const std::uint8_t* from) noexcept {
+    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), _mm256_cvtepu8_epi16(units));
   }
 };
 

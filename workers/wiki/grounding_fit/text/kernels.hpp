@@ -5,6 +5,7 @@
 // "nothing to escape here" is mispredicted more often than it saves work.
 #pragma once
 
+#include <array>
 #include <span>
 
 #include "text/escape_growth.hpp"
@@ -33,9 +34,18 @@ constexpr text_kernel kernel_of(const char* name) {
           Kernel<std::uint32_t>::growth, Kernel<std::uint8_t>::widen};
 }
 
-// The kernels that this processor runs, best first. The best is chosen once, when the module is
-// loaded.
-std::span<const text_kernel> text_kernels() noexcept;
+// The kernels that this processor runs, best first. Found once, when the module is loaded.
+class runnable_kernels {
+ public:
+  runnable_kernels() noexcept;
+  const text_kernel& best() const { return kernels_[0]; }
+  std::span<const text_kernel> all() const { return {kernels_.data(), count_}; }
+
+ private:
+  std::array<text_kernel, 3> kernels_{};
+  std::size_t count_ = 0;
+};
+[[gnu::visibility("hidden")]] extern const runnable_kernels k_runnable_kernels;
 
 inline void widen_plainly(std::uint16_t* to, const std::uint8_t* from,
                           std::size_t length) noexcept {

@@ -1,8 +1,8 @@
-// Texts as the host keeps them: an address, a length in code points and 1, 2 or 4 bytes for each.
+// A text in memory: an address, a length in code points, and 1, 2 or 4 bytes for each.
 //
 //     text_view line = view.slice(0, view.find('\n'));
 //
-// A view owns nothing: whoever makes one keeps the text alive. Nothing here knows of the host.
+// A view owns nothing: whoever makes one keeps the text alive.
 #pragma once
 
 #include <algorithm>
@@ -17,6 +17,11 @@ namespace grounding_fit {
 
 // What a text's code points go up to: 0x7f, 0xff, 0xffff or 0x10ffff.
 enum class text_range : std::uint64_t { ascii, latin_1, basic, full };
+
+// Bytes of a unit that holds every code point of a range.
+constexpr unsigned unit_width(text_range range) {
+  return range <= text_range::latin_1 ? 1 : range == text_range::basic ? 2 : 4;
+}
 
 // Two words, so that it travels in registers.
 class text_view {
@@ -38,7 +43,7 @@ class text_view {
       : text_view(wide.data(), wide.size(), 2, text_range::basic) {}
 
   const void* units() const { return units_; }
-  std::size_t length() const { return length_; }
+  constexpr std::size_t length() const { return length_; }
   bool empty() const { return length_ == 0; }
   unsigned width() const { return 1u << width_log_; }
   std::size_t bytes() const { return length() << width_log_; }
@@ -90,7 +95,7 @@ class text_view {
     return a.length() == b.length() && a.compare_units(b, b.length()) == 0;
   }
 
-  // Order by code point, as the host sorts its texts.
+  // Order by code point, as Python sorts texts.
   friend std::strong_ordering operator<=>(text_view a, text_view b) {
     const int order = a.compare_units(b, std::min(a.length(), b.length()));
     return order != 0 ? order <=> 0 : a.length() <=> b.length();

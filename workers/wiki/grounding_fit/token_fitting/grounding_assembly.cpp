@@ -2,19 +2,22 @@
 
 #include <algorithm>
 
+#include "python/call.hpp"
+#include "python/make.hpp"
+
 namespace grounding_fit {
 
-using host::handle;
-using host::module_state;
-using host::owned;
-using host::utility;
+using py::handle;
+using py::module_state;
+using py::owned;
+using py::utility;
 
 namespace {
 
 owned truncated(const module_state& state, handle text, __int128 room) {
-  const owned tokens = host::new_unsigned(static_cast<std::uint64_t>(room));
-  owned cut = host::call(state[utility::truncate_to_tokens], text, tokens);
-  host::within("result of _truncate_to_tokens", [&] { host::expect_text(cut); });
+  const owned tokens = py::new_unsigned(static_cast<std::uint64_t>(room));
+  owned cut = py::call(state[utility::truncate_to_tokens], text, tokens);
+  py::within("result of _truncate_to_tokens", [&] { py::expect_text(cut); });
   return cut;
 }
 
@@ -27,38 +30,38 @@ struct file_name {
 
 // The files of the fact blocks, and those that `names` holds already, each once, in order of code
 // points.
-owned sorted_files(grounding_parts parts, host::text_set& names) {
-  for (const owned& file : host::items_of_set(parts.files())) {
-    host::within("parts.files", [&] { host::expect_text(file); });
+owned sorted_files(grounding_parts parts, py::text_set& names) {
+  for (const owned& file : py::items_of_set(parts.files())) {
+    py::within("parts.files", [&] { py::expect_text(file); });
     names.add(file);
   }
   std::vector<file_name> order;
   order.reserve(names.texts().size());
-  for (const owned& text : names.texts()) order.push_back({host::view_of(text), text});
+  for (const owned& text : names.texts()) order.push_back({py::view_of(text), text});
   std::sort(order.begin(), order.end());
   std::vector<owned> sorted;
   sorted.reserve(order.size());
-  for (const file_name& each : order) sorted.push_back(host::share(each.text));
-  return host::new_list(std::move(sorted));
+  for (const file_name& each : order) sorted.push_back(py::new_ref(each.text));
+  return py::new_list(std::move(sorted));
 }
 
-owned symbol_names(const module_state& state, const block_records& records) {
+owned symbol_names(const module_state& state, const symbol_records& records) {
   std::vector<owned> names;
   names.reserve(records.size());
   for (std::size_t i = 0; i < records.size(); ++i) {
     owned name =
-        host::within(records.place_of(i), [&] { return read_symbol_name(state, records[i]); });
+        py::within(records.place_of(i), [&] { return read_symbol_name(state, records[i]); });
     if (name) names.push_back(std::move(name));
   }
-  return host::new_list(std::move(names));
+  return py::new_list(std::move(names));
 }
 
 // What every candidate names, kept or not: seeds, files and names, in the order of the rules.
 void add_candidates(const module_state& state, grounding_parts parts, const fact_blocks& prose,
-                    const block_records& records, assembled_grounding& made) {
+                    const symbol_records& records, assembled_grounding& made) {
   std::vector<owned> found;
   found.reserve(records.size());
-  host::text_set files;
+  py::text_set files;
   for_each_cited(state, records, [&](const symbol_lines& lines) {
     found.push_back(lines.seed(state));
     files.add(lines.path);
@@ -67,21 +70,21 @@ void add_candidates(const module_state& state, grounding_parts parts, const fact
   made.symbols = symbol_names(state, records);
   std::vector<owned> seeds;
   add_citable(state, prose, seeds);
-  made.seeds = host::new_list(std::move(seeds), std::move(found));
+  made.seeds = py::new_list(std::move(seeds), std::move(found));
 }
 
 }  // namespace
 
 std::int64_t estimate_tokens(const module_state& state, handle text) {
-  const owned tokens = host::call(state[utility::estimate_tokens], text);
-  return host::within("result of estimate_tokens", [&] { return host::expect_int64(tokens); });
+  const owned tokens = py::call(state[utility::estimate_tokens], text);
+  return py::within("result of estimate_tokens", [&] { return py::expect_int64(tokens); });
 }
 
-code_budget code_budget_of(const module_state& state, handle fact_text, std::int64_t budget) {
-  code_budget split;
+token_split split_tokens(const module_state& state, handle fact_text, std::int64_t budget) {
+  token_split split;
   split.floor = static_cast<std::int64_t>(static_cast<double>(budget) * k_code_floor);
   split.facts = estimate_tokens(state, fact_text);
-  split.share = std::max(__int128(split.floor), __int128(budget) - split.facts);
+  split.code = std::max(__int128(split.floor), __int128(budget) - split.facts);
   return split;
 }
 
@@ -96,28 +99,30 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   assembled_grounding made;
   const fact_blocks prose(state, parts);
   const owned facts = fact_text(prose);
-  made.split = code_budget_of(state, facts, budget);
-  const std::vector<symbol_block> blocks = take_symbol_blocks(parts);
-  made.bodies = keep_whole(state, blocks, made.split.share);
+  made.split = split_tokens(state, facts, budget);
+  const std::vector<symbol_block> blocks = symbol_blocks_of(parts);
+  made.bodies = keep_whole(state, blocks, made.split.code);
   made.candidates = blocks.size();
   made.listed = listing_window(blocks.size(), made.bodies.count);
-  const owned listing = make_listing(state, block_records(blocks, made.bodies.count), made.listed);
+  const owned listing = make_listing(state, symbol_records(blocks, made.bodies.count), made.listed);
 
-  std::vector<text_view> shown;
-  shown.reserve(made.bodies.count + 2);
-  for (std::size_t i = 0; i < made.bodies.count; ++i) {
-    shown.push_back(host::view_of(blocks[i].text));
-  }
-  if (made.listed > 0) shown.push_back(host::view_of(listing));
-  made.code = estimate_tokens(state, joined_by_blank_lines(shown));
+  joined_texts code(made.bodies.count + 1);
+  for (std::size_t i = 0; i < made.bodies.count; ++i) code.add(py::view_of(blocks[i].text));
+  if (made.listed > 0) code.add(py::view_of(listing));
+  made.code = estimate_tokens(state, code.text());
   made.room = std::max<__int128>(0, __int128(budget) - made.code);
   made.facts = truncated(state, facts, made.room);
 
   // The host is asked to estimate every block kept; only those with a text go into the grounding.
-  std::erase_if(shown, [](text_view text) { return text.empty(); });
-  if (!host::text_is_empty(made.facts)) shown.insert(shown.begin(), host::view_of(made.facts));
-  made.text = joined_by_blank_lines(shown);
-  add_candidates(state, parts, prose, block_records(blocks), made);
+  joined_texts grounding(made.bodies.count + 2);
+  const auto add = [&](handle text) {
+    if (!py::text_is_empty(text)) grounding.add(py::view_of(text));
+  };
+  add(made.facts);
+  for (std::size_t i = 0; i < made.bodies.count; ++i) add(blocks[i].text);
+  add(listing);
+  made.text = grounding.text();
+  add_candidates(state, parts, prose, symbol_records(blocks), made);
   return made;
 }
 

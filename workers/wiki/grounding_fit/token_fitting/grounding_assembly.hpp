@@ -2,21 +2,20 @@
 // to what they leave. Every size here is in tokens, as the host estimates them.
 #pragma once
 
-#include "symbol_rendering/symbol_rendering.hpp"
+#include "python/make.hpp"
+#include "symbol_rendering/listing.hpp"
 
 namespace grounding_fit {
 
-std::int64_t estimate_tokens(const host::module_state& state, host::handle text);
+std::int64_t estimate_tokens(const py::module_state& state, py::handle text);
 
-// The code's part of a token budget: its floor, or what the whole fact text leaves when that is
-// more.
-struct code_budget {
-  std::int64_t floor = 0;
-  std::int64_t facts = 0;  // of the fact text before it is cut
-  __int128 share = 0;
+// How a token budget is split between code and facts.
+struct token_split {
+  std::int64_t floor = 0;  // that code is sure of
+  std::int64_t facts = 0;  // that the whole fact text takes, before it is cut
+  __int128 code = 0;       // the floor, or what the facts leave when that is more
 };
-code_budget code_budget_of(const host::module_state& state, host::handle fact_text,
-                           std::int64_t budget);
+token_split split_tokens(const py::module_state& state, py::handle fact_text, std::int64_t budget);
 
 // The blocks, from the first on, that a number of tokens keeps whole.
 struct whole_blocks {
@@ -28,7 +27,7 @@ struct whole_blocks {
 // The first block always stays. Asks the host for the tokens of each block up to the first that
 // does not fit. `text_of(i)` is a string.
 template <class TextOf>
-whole_blocks keep_whole(const host::module_state& state, std::size_t blocks, __int128 budget,
+whole_blocks keep_whole(const py::module_state& state, std::size_t blocks, __int128 budget,
                         TextOf&& text_of) {
   whole_blocks kept;
   for (; kept.count < blocks; ++kept.count) {
@@ -38,7 +37,7 @@ whole_blocks keep_whole(const host::module_state& state, std::size_t blocks, __i
   }
   return kept;
 }
-whole_blocks keep_whole(const host::module_state& state, std::span<const symbol_block> blocks,
+whole_blocks keep_whole(const py::module_state& state, std::span<const symbol_block> blocks,
                         __int128 budget);
 
 // How many symbols may be listed after so many that have their body.
@@ -48,17 +47,29 @@ inline std::size_t listing_window(std::size_t symbols, std::size_t bodies) {
 
 // A grounding under its budget: what every candidate names, and the decisions that made the text.
 struct assembled_grounding {
-  host::owned text, symbols, files, seeds;
+  py::owned text, symbols, files, seeds;
 
-  host::owned facts;           // the fact text as it was cut
+  py::owned facts;             // the fact text as it was cut
   std::size_t candidates = 0;  // symbol blocks in all
-  code_budget split;
+  token_split split;
   whole_blocks bodies;
   std::size_t listed = 0;
   std::int64_t code = 0;  // of bodies and listing together
   __int128 room = 0;      // that they leave to the facts, never below 0
 };
-assembled_grounding assemble_grounding(const host::module_state& state, grounding_parts parts,
+assembled_grounding assemble_grounding(const py::module_state& state, grounding_parts parts,
                                        std::int64_t budget);
+
+// ---- what it tells of its decisions: plain objects that can be logged as JSON -------------------
+
+// All sizes in tokens. Asks the host for two estimates more: of the cut fact text, and of the whole
+// text.
+py::owned report_of(const py::module_state& state, const assembled_grounding& made,
+                    std::int64_t budget);
+// The part of a report that counts symbols, the same on both paths.
+py::object_builder symbols_report(std::size_t total, std::size_t within_tokens, std::size_t bodies,
+                                  std::size_t listed);
+// Adds that the token budget left the next body out, and by how many tokens.
+void add_token_stop(py::object_builder& report, const token_split& split, const whole_blocks& kept);
 
 }  // namespace grounding_fit

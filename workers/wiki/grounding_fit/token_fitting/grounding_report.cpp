@@ -1,28 +1,28 @@
-#include "token_fitting/grounding_report.hpp"
+#include "token_fitting/grounding_assembly.hpp"
 
 namespace grounding_fit {
 
-using host::new_object;
-using host::owned;
+using py::object_builder;
+using py::owned;
 
 namespace {
 
-owned symbols_report(const assembled_grounding& made) {
+owned code_report(const assembled_grounding& made) {
   const std::size_t bodies = made.bodies.count;
-  new_object report = new_symbols_report(made.candidates, bodies, bodies, made.listed);
+  object_builder report = symbols_report(made.candidates, bodies, bodies, made.listed);
   if (bodies == made.candidates) {
     report.add("stopped_by", "nothing");
   } else {
     add_token_stop(report, made.split, made.bodies);
   }
-  return report.take();
+  return report.build();
 }
 
 }  // namespace
 
-new_object new_symbols_report(std::size_t total, std::size_t within_tokens, std::size_t bodies,
+object_builder symbols_report(std::size_t total, std::size_t within_tokens, std::size_t bodies,
                               std::size_t listed) {
-  new_object report;
+  object_builder report;
   report.add("total", total)
       .add("within_tokens", within_tokens)
       .add("bodies", bodies)
@@ -31,29 +31,29 @@ new_object new_symbols_report(std::size_t total, std::size_t within_tokens, std:
   return report;
 }
 
-void add_token_stop(new_object& report, const code_budget& split, const whole_blocks& kept) {
-  report.add("stopped_by", "tokens").add("short_by_tokens", kept.used + kept.next - split.share);
+void add_token_stop(object_builder& report, const token_split& split, const whole_blocks& kept) {
+  report.add("stopped_by", "tokens").add("short_by_tokens", kept.used + kept.next - split.code);
 }
 
-owned report_of(const host::module_state& state, const assembled_grounding& made,
+owned report_of(const py::module_state& state, const assembled_grounding& made,
                 std::int64_t budget) {
   const std::int64_t kept = estimate_tokens(state, made.facts);
   const std::int64_t size = estimate_tokens(state, made.text);
-  return new_object()
+  return object_builder()
       .add("budget", budget)
       .add("size", size)
       .add("floor", made.split.floor)
-      .add("share", made.split.share)
+      .add("share", made.split.code)
       .add("used", made.bodies.used)
       .add("code", made.code)
-      .add("facts", new_object()
+      .add("facts", object_builder()
                         .add("whole", made.split.facts)
                         .add("room", made.room)
                         .add("kept", kept)
-                        .take())
-      .add("symbols", symbols_report(made))
+                        .build())
+      .add("symbols", code_report(made))
       .add("over", std::max<__int128>(0, __int128(size) - budget))
-      .take();
+      .build();
 }
 
 }  // namespace grounding_fit

@@ -1,0 +1,153 @@
+// The agent path: a page_context answer under its cap, and every decision that made it. All sizes
+// are in JSON characters.
+#pragma once
+
+#include <optional>
+
+#include "answer_capping/answer_parts.hpp"
+#include "answer_capping/note.hpp"
+
+namespace grounding_fit {
+
+// Whether a bound may decide before a text is scanned, or all is measured, as a report needs it.
+// Both decide the same.
+enum class measuring { as_needed, all };
+
+// ---- which facts stay ---------------------------------------------------------------------------
+
+// Why a fact block stays or goes.
+enum class verdict : std::uint8_t {
+  undecided,
+  always_kept,  // stays: the file cards or the requested context
+  kept_first,   // stays: the policy of the page keeps its kind first
+  fits,         // stays: within the share of its kind, and beside the room kept for code
+  over_share,   // goes: the blocks of its kind would cost more than their share of the room
+  over_cap      // goes: beside the room kept for code, the answer would pass its cap
+};
+constexpr bool stays(verdict of) {
+  return of == verdict::always_kept || of == verdict::kept_first || of == verdict::fits;
+}
+
+// What became of one fact block, and the numbers that decided it.
+struct fact_decision {
+  verdict outcome = verdict::undecided;
+  std::optional<double> limit;  // the most that its kind may cost, where there is a limit
+  std::int64_t used = 0;        // of that, by blocks before it
+  std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
+};
+
+// The room of an answer, and what of it is kept for code.
+struct answer_room {
+  __int128 base = 0;        // the answer with the blocks that always stay, and no code body
+  __int128 room = 0;        // what the cap leaves beside it
+  double exact_floor = 0;   // the code's fraction of that
+  __int128 floor = 0;       // the same, truncated
+  __int128 all_bodies = 0;  // what the bodies that the tokens allow would add
+  __int128 reserve = 0;     // the smaller of the two, kept free while facts are chosen
+};
+
+struct fact_choice {
+  answer_room room;
+  std::vector<fact_decision> facts;  // one a fact block, in reading order
+};
+
+enum class bodies { none, within_tokens };
+
+// An answer that is put together fact by fact: measured here, or by the `size` that a caller hands
+// to _fit_prose. A size above its limit may be a lower bound.
+class candidate {
+ public:
+  // With these facts and no others.
+  virtual std::int64_t size_of(std::span<const std::size_t> facts, bodies show,
+                               size_limit limit) = 0;
+  // With the facts kept so far, one more, and no body.
+  virtual std::int64_t size_with(std::size_t fact, size_limit limit) = 0;
+  virtual void keep(std::size_t fact) = 0;
+
+ protected:
+  ~candidate() = default;
+};
+
+// Steps 4 and 5 of docs/fitting.md.
+fact_choice choose_facts(const py::module_state& state, grounding_parts parts, page_facts& facts,
+                         candidate& answer, measuring how);
+
+// ---- the whole answer ---------------------------------------------------------------------------
+
+enum class fit_outcome {
+  fits,                // the host's answer goes back as it is
+  fits_without_prior,  // it fits once the prior markdown is cut
+  rebuilt,             // its grounding is rebuilt from whole blocks
+  over_cap             // what must stay is over the cap by itself
+};
+
+// What kept the next symbol from having its body.
+enum class body_stop {
+  nothing,  // every symbol has its body
+  tokens,   // the token budget
+  cap,      // the cap, while the note was a placeholder
+  note      // the cap, once the real note was there
+};
+
+struct code_decision {
+  code_amount amount;
+  body_stop stopped_by = body_stop::nothing;
+  std::int64_t refused_at = 0;  // the answer with one body more, where the cap or the note stopped
+};
+
+struct note_decision {
+  py::owned text;
+  std::int64_t chars = 0;                     // that the note takes inside a JSON string
+  std::size_t bodies_off = 0, lines_off = 0;  // what came off so that it fits
+};
+
+// What only a report tells of a fact block.
+struct fact_details {
+  py::owned label, key;
+  fact_cost cost;
+  std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
+};
+
+// Decisions stand in the order in which they are made; those after the outcome's are empty.
+struct page_fit {
+  py::owned answer;
+  fit_outcome outcome = fit_outcome::fits;
+  std::int64_t original_size = 0, size = 0;  // of the host's answer and of this one
+  note_decision note;
+
+  token_split tokens;          // of the bodies, by the token budget
+  whole_blocks within_tokens;  // that it keeps
+  std::size_t symbols = 0;     // in all
+  fact_choice chosen;
+  std::vector<fact_details> details;  // one a fact block, where all is measured
+  code_decision code;
+};
+
+// The answer itself when it fits, else one under the cap with its note. Asks the host's _norm once
+// for each text.
+page_fit fit_page_context(const py::module_state& state, py::handle result, grounding_parts parts,
+                          std::int64_t budget, measuring how);
+
+// What it tells of its decisions: a plain object that can be logged as JSON, all sizes in JSON
+// characters. All must have been measured for the fit.
+py::owned report_of(const page_fit& fit);
+std::vector<fact_details> details_of(page_facts& facts,
+                                     const std::vector<fact_decision>& decisions);
+
+// The largest count up to `high` for which `fits` holds, which must be monotone. 0 is never tested.
+template <class Fits>
+std::int64_t most(std::int64_t high, Fits&& fits) {
+  std::int64_t low = 0;
+  while (low < high) {
+    const std::int64_t span = high - low;  // a sum of the two could overflow
+    const std::int64_t mid = low + span / 2 + span % 2;
+    if (fits(mid)) {
+      low = mid;
+    } else {
+      high = mid - 1;
+    }
+  }
+  return low;
+}
+
+}  // namespace grounding_fit
