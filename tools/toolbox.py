@@ -17,9 +17,10 @@ BUILD = Path(os.environ["GROUNDING_FIT_BUILD"])
 
 
 def run(*command: object, cwd: Path = ROOT, **variables: object) -> None:
-    """Run a command with these variables in its environment."""
+    """Run a command with these variables in its environment; end with it when it fails."""
     env = {**os.environ, **{name: str(value) for name, value in variables.items()}}
-    subprocess.run(command, cwd=cwd, env=env, check=True)
+    if status := subprocess.call(command, cwd=cwd, env=env):
+        sys.exit(f"status {status} of {' '.join(map(str, command))}")
 
 
 def output(*command: object) -> str:
