@@ -157,6 +157,13 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     yield targets(counts, ratios, built_in_ratios, peak)
 
 
+def build_folder(text: str) -> str:
+    """Return the folder of another build, which holds a module."""
+    if not any(Path(text).glob("grounding_fit.*.so")):
+        raise argparse.ArgumentTypeError(f"no module in {text}")
+    return text
+
+
 def main() -> None:
     """Print what is measured, and write it to a file where one is given."""
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
@@ -164,7 +171,12 @@ def main() -> None:
     option("--quick", action="store_true", help="fewer repeats, more noise")
     option("--markdown", type=Path, metavar="FILE", help="write the whole page into FILE")
     option("--peers", action="store_true", help="measure orjson and json too")
-    option("--against", metavar="FOLDER", help="count another build's instructions too")
+    option(
+        "--against",
+        type=build_folder,
+        metavar="FOLDER",
+        help="count another build's instructions too",
+    )
     args = parser.parse_args()
     if args.peers and not tables.orjson:
         parser.error("--peers needs orjson in this Python")

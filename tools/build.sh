@@ -1,17 +1,15 @@
 # shellcheck shell=bash
-# Building, and running what was built.
+# Building, and what is done with what was built.
 
 # Refuses a build folder that another user made, or that lies in a checkout that cannot be written.
 writable() {
   local path
-  mkdir -p "$out" 2>/dev/null || true
-  for path in "$out" "$(dirname "$1")" "$1" "$1.log" "$1.lock"; do
-    [ -e "$path" ] || continue
-    [ -w "$path" ] || refuse "cannot write $path, which belongs to $(stat -c %U "$path");" \
-      "GROUNDING_FIT_BUILD=DIR names another build folder"
-  done
   mkdir -p "$(dirname "$1")" 2>/dev/null ||
     refuse "cannot make $(dirname "$1"); GROUNDING_FIT_BUILD=DIR names another build folder"
+  for path in "$(dirname "$1")" "$1" "$1.log" "$1.lock"; do
+    [ ! -e "$path" ] || [ -w "$path" ] || refuse "cannot write $path, which belongs to" \
+      "$(stat -c %U "$path"); GROUNDING_FIT_BUILD=DIR names another build folder"
+  done
 }
 
 # alone FOLDER COMMAND...: one at a time in a folder, since two builds would spoil each other.
@@ -29,80 +27,98 @@ alone() {
 }
 
 compile() {
-  local folder=$1 preset=$2 with=$3
-  shift 3
-  [ -e "$folder/build.ninja" ] || say "building in $folder; the first time takes about half a minute"
-  rm -f "$folder.log" # whatever goes wrong, an older build's log is not shown
+  [ -e "$built/build.ninja" ] || say "building in $built; the first time takes about half a minute"
+  rm -f "$built.log" # whatever goes wrong, an older build's log is not shown
   {
-    cmake --preset "$preset" -B "$folder" -DPython3_EXECUTABLE="$with" "$@" &&
-      cmake --build "$folder"
-  } >"$folder.log" 2>&1 || {
-    cat "$folder.log" >&2
+    cmake --preset "$preset" -B "$built" -DPython3_EXECUTABLE="$python" && cmake --build "$built"
+  } >"$built.log" 2>&1 || {
+    cat "$built.log" >&2
     return 1
   }
 }
 
-# build_into FOLDER PRESET PYTHON [CMAKE OPTIONS]
-build_into() {
-  writable "$1"
-  need_compiler
-  need_headers "$3"
-  alone "$1" compile "$@"
-}
-
+# Sets built to the folder of this CPython and the preset, which then holds the module.
 build() {
   pick_python
-  build_into "$out/$tag" release "$python"
-  say "the module is in $out/$tag"
+  built=$out/$tag
+  [ "$preset" = release ] || built+=-$preset
+  writable "$built"
+  need_compiler
+  need_headers
+  alone "$built" compile
+  say "the module is in $built"
 }
 
-with_module() { PYTHONPATH="$out/$tag:$root:$root/tests" PYTHONDONTWRITEBYTECODE=1 "$@"; }
+# Paths among the options are the caller's.
+run_from_caller() {
+  build
+  cd "$caller"
+  "$built/python" "$root/$1" "${@:2}"
+}
 
-# Refuses what CTest does not know: some of its versions pass over it and run every test.
+# CTest 3.25 passes over an option that it does not know or that lacks its value, and then runs
+# every test; so it is given what each version of it knows.
 ctest_takes() {
-  local known argument name valued=""
-  known=$(ctest --help | sed -nE 's/^  (-.*)/\1/; t cut; d; :cut; s/ +=( .*)?$//; p' |
-    grep -oE -- '(^|[ ,])--?[A-Za-z][A-Za-z-]*([ =][^ ])?' | sed -E 's/^[ ,]+//; s/[ =].$/</')
-  for argument; do
-    name=${argument%%[=0-9]*}
-    case $argument in
-      -*)
-        valued=""
-        if grep -qxF -- "$name<" <<<"$known"; then
-          valued=$argument
-        elif ! grep -qxF -- "$name" <<<"$known"; then
-          refuse "test: CTest has no option '$argument'"
-        fi
+  while [ $# -gt 0 ]; do
+    case $1 in
+      -R | -E | -L | -LE | -I | -j | --repeat | --timeout)
+        [ $# -gt 1 ] || refuse "test: '$1' needs a value"
+        shift
         ;;
-      *)
-        [ -n "$valued" ] || refuse "test: unexpected '$argument' (-R $argument runs the tests so named)"
-        valued=""
-        ;;
+      -V | -VV | -N | -Q | -j[0-9]* | --rerun-failed | --stop-on-failure | --progress) ;;
+      -*) refuse "test: no option '$1' (those of CTest that pick tests or tell more, as -R NAME, -V)" ;;
+      *) refuse "test: unexpected '$1' (-R $1 runs the tests so named)" ;;
     esac
+    shift
   done
 }
 
-# test_in FOLDER [CTEST OPTIONS]
-test_in() { ctest --test-dir "$1" --output-on-failure --no-tests=error -j 2 "${@:2}"; }
-
-sanitized() {
-  local asan stdcxx
-  asan=$(g++ -print-file-name=libasan.so)
-  stdcxx=$(g++ -print-file-name=libstdc++.so)
-  env LD_PRELOAD="$asan $stdcxx" PYTHONMALLOC=malloc \
-    ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1 "$@"
+fuzz() {
+  [[ $1 =~ ^[0-9]+$ ]] || refuse "fuzz: '$1' is no number of seconds"
+  need g++ g++
+  preset=sanitize
+  build
+  "$built/python" tests/fuzz.py --seconds "$1"
 }
 
-build_sanitized() { build_into "$out/$tag-sanitize" sanitize "$python" -DCMAKE_CXX_COMPILER=g++; }
+# Peers to be measured beside the module come from the package index.
+bench() {
+  local peers
+  case " $* " in
+    *" --peers "*)
+      pick_python
+      need_venv
+      peers=$("$python" tools/toolbox.py peers orjson) || refuse "bench: no peers to measure"
+      export CPYTHON=$peers/bin/python
+      ;;
+  esac
+  run_from_caller bench/bench.py "$@"
+}
 
-fuzz() {
-  local seconds=${1:-60}
-  [[ $seconds =~ ^[0-9]+$ ]] || refuse "fuzz: '$seconds' is no number of seconds"
+# Type checkers look beside the module for a stub of its name, but in a site-packages folder only
+# for a folder of stubs. Stand-ins play the host, whose own modules need not be within reach here.
+install_into() {
+  local target=$1 own stub=stub
+  [ -n "$target" ] || refuse "install: name the folder, one of the host's import path"
+  case $target in /*) ;; *) target=$caller/$target ;; esac
+  [ ! -e "$target" ] || [ -d "$target" ] || refuse "install: $target is no folder"
   pick_python
-  need g++ g++
-  build_sanitized
-  PYTHONPATH="$out/$tag-sanitize:$root/tests" PYTHONDONTWRITEBYTECODE=1 \
-    sanitized "$python" tests/fuzz.py --seconds "$seconds"
+  own=$(sed -nE 's#.*/python(3\.[0-9]+)t?/(site|dist)-packages/*$#\1#p' <<<"$target")
+  case $version in
+    "$own".* | "${own:-$version}") ;;
+    *) refuse "install: $target belongs to CPython $own, and this is $version:" \
+      "PYTHON=COMMAND picks another" ;;
+  esac
+  case ${target%/} in */site-packages | */dist-packages) stub=stub_package ;; esac
+  build
+  cmake --install "$built" --component module --strip --prefix "$target"
+  cmake --install "$built" --component "$stub" --prefix "$target"
+  cd /
+  PYTHONPATH=$root:$target PYTHONDONTWRITEBYTECODE=1 "$python" -c 'import os, sys, grounding_fit
+found = os.path.dirname(grounding_fit.__file__)
+assert os.path.samefile(found, sys.argv[1]), "imported from " + found' "$target"
+  say "installed for CPython $version, which imports it from $target" \
+    "(another: PYTHON=\$(command -v python3) ./dev install DIR)"
 }
 
 format() {
