@@ -13,11 +13,9 @@ of the wrong type raises TypeError, a line number that cannot be read ValueError
 # them, so import them, and derive from them, under TYPE_CHECKING only.
 
 from collections.abc import Iterable, Iterator, Mapping
-from inspect import Signature
 from types import MappingProxyType
 from typing import (
     Any,
-    ClassVar,
     Final,
     Literal,
     Protocol,
@@ -225,7 +223,6 @@ class FactBlock:
     Immutable and positional: it unpacks, iterates and indexes as its four fields."""
 
     __match_args__: Final = ("text", "seeds", "name", "key")
-    __signature__: ClassVar[Signature]
     def __new__(
         cls, text: str, seeds: _Array[_SeedT] = (), name: str = "", key: str = ""
     ) -> FactBlock: ...
@@ -261,7 +258,6 @@ class GroundingParts:
     Immutable; the sequences stay the caller's own."""
 
     __match_args__: Final = ("prose", "blocks", "files", "code_floor", "budget")
-    __signature__: ClassVar[Signature]
     def __new__(
         cls,
         prose: _Array[FactBlock],
@@ -296,7 +292,6 @@ class SectionBudget:
     Immutable. shares: a dict, or a read-only view of one; without it, a new empty dict."""
 
     __match_args__: Final = ("readme_chars", "first", "shares", "document_chars")
-    __signature__: ClassVar[Signature]
     def __new__(
         cls,
         readme_chars: int = 4000,

@@ -57,15 +57,16 @@ def keep_busy(calls, raise_first):
                 fit.seed(1, 2)
             except TypeError:
                 pass
-        begin.wait()
+        while not begun:
+            time.sleep(0.0001)  # an event's lock could end with its thread, and hold up all others
         while True:
             call()
 
-    begin = threading.Event()
+    begun = []
     for call in calls:
         threading.Thread(target=work, args=(call,), daemon=True).start()
     sys.setswitchinterval(0.0001)
-    begin.set()
+    begun.append(True)
     time.sleep(0.01)
 
 
