@@ -7,19 +7,21 @@ On the API path the code depends on that number alone, and the facts on the toke
 
 from __future__ import annotations
 
-from bisect import bisect_right
+import math
+from bisect import bisect_left, bisect_right
 from collections.abc import Callable
-from dataclasses import dataclass
+from dataclasses import dataclass, field
+from functools import cached_property, partial
 from itertools import accumulate, pairwise
-from typing import Any, TypeVar
+from typing import Any
 
 from grounding_fit_workbench.module import fit, tokens_of
 from grounding_fit_workbench.page_lines import Page
 from grounding_fit_workbench.pieces import BLANK_LINE, common_length
 from grounding_fit_workbench.trials import MOST_TOKENS
 
-State = TypeVar("State")
-Changes = list[tuple[int, State]]  # each state with the least number that has it
+Report = dict[str, Any]
+Counts = list[tuple[int, Report]]  # for each number of bodies, its least budget and API report
 
 
 @dataclass(frozen=True)
@@ -30,7 +32,12 @@ class Range:
     most: int | None  # None: from `least` on
     bodies: int  # symbols that stand whole, from the best on
     facts: tuple[str, ...]  # "whole", "cut" or "left out", by the page's fact blocks
-    report: dict[str, Any]  # of the module, with a budget of `least`
+    explain: Callable[[], Report] = field(repr=False, compare=False)
+
+    @cached_property
+    def report(self) -> Report:
+        """The report of the module, with a budget of `least`."""
+        return self.explain()
 
 
 @dataclass(frozen=True)
@@ -67,53 +74,70 @@ def spans(found: list[Range], holds: Callable[[Range], bool]) -> list[tuple[int,
     return merged
 
 
-def changes(least: int, most: int, state: Callable[[int], State]) -> Changes[State]:
-    """Return the states from `least` to `most`, if none of them comes back once it is gone."""
-    found = [(least, state(least))]
-
-    def search(low: int, at_low: State, high: int, at_high: State) -> None:
-        if at_low == at_high:
-            return
-        if high == low + 1:
-            found.append((high, at_high))
-            return
-        middle = (low + high) // 2
-        at_middle = state(middle)
-        search(low, at_low, middle, at_middle)
-        search(middle, at_middle, high, at_high)
-
-    search(*found[0], most, state(most))
-    return found
+def body_counts(parts: fit.GroundingParts) -> Counts:
+    """Return from which budget on the tokens allow how many bodies, never fewer for a larger one."""
+    counts: Counts = []
+    least: int | None = 0
+    while least is not None:
+        report: Any = fit.explain_grounding(parts, least)[1]
+        counts.append((least, report))
+        least = next_count(parts, least, report)
+    return counts
 
 
-def body_counts(parts: fit.GroundingParts) -> Changes[int]:
-    """Return how many bodies the tokens allow, which is never fewer for a larger budget."""
-    most = 1
-    while most < MOST_TOKENS and fit._blocks_within(parts, most) < len(parts.blocks):
-        most = min(2 * most, MOST_TOKENS)
-    return changes(0, most, lambda budget: fit._blocks_within(parts, budget))
+def next_count(parts: fit.GroundingParts, budget: int, report: Report) -> int | None:
+    """Return the least budget that allows more bodies than a report tells; None if there is none."""
+    symbols = report["symbols"]
+    if symbols["stopped_by"] == "nothing":
+        return None
+    share = report["share"] + symbols["short_by_tokens"]
+    from_facts = share + report["facts"]["whole"]
+    guess = min(from_facts, math.ceil(share / fit._SYM_BUDGET_FLOOR))
+    bodies: int = symbols["bodies"]
+    return least_above(budget, guess, lambda more: fit._blocks_within(parts, more) > bodies)
+
+
+def least_above(low: int, guess: int, holds: Callable[[int], bool]) -> int | None:
+    """Return the least budget above one from which on something holds, looked for near a guess."""
+    high = max(low + 1, min(guess, MOST_TOKENS))
+    step = 1
+    while not holds(high):
+        if high == MOST_TOKENS:
+            return None
+        low, high, step = high, min(high + step, MOST_TOKENS), 2 * step
+    step = 1
+    while high - step > low and holds(high - step):
+        high, step = high - step, 2 * step
+    low = max(low, high - step)
+    return low + 1 + bisect_left(range(low + 1, high), True, key=holds)
 
 
 # --- the agent path ---
 
 
-def agent_ranges(page: Page, counts: Changes[int]) -> list[Range]:
+def agent_ranges(page: Page, counts: Counts) -> list[Range]:
     """Return the ranges of the agent path: one for each answer."""
-    found: list[tuple[int, dict[str, Any], Any]] = []
+    found: list[tuple[int, dict[str, Any], Report]] = []
     for least, _ in counts:
-        answer, report = fit.explain_page_context(page.answer, page.parts, least)
+        answer, told = fit.explain_page_context(page.answer, page.parts, least)
+        report: Any = told
         if not found or answer != found[-1][1]:
             found.append((least, answer, report))
         if "facts" not in report:
             break  # nothing was rebuilt, so that the budget was not asked
-    most = [least - 1 for least, _, _ in found[1:]]
+    lasts = [least - 1 for least, _, _ in found[1:]]
     return [
-        Range(least, last, *agent_state(page.parts, report), report)
-        for (least, _, report), last in zip(found, [*most, None])
+        Range(least, last, *agent_state(page.parts, report), partial(known, report))
+        for (least, _, report), last in zip(found, [*lasts, None])
     ]
 
 
-def agent_state(parts: fit.GroundingParts, report: Any) -> tuple[int, tuple[str, ...]]:
+def known(report: Report) -> Report:
+    """Return a report that there is already."""
+    return report
+
+
+def agent_state(parts: fit.GroundingParts, report: Report) -> tuple[int, tuple[str, ...]]:
     """Return how many bodies an answer has, and what became of each fact block."""
     if "facts" not in report:
         return len(parts.blocks), ("whole",) * len(parts.prose)
@@ -122,6 +146,24 @@ def agent_state(parts: fit.GroundingParts, report: Any) -> tuple[int, tuple[str,
 
 
 # --- the API path ---
+
+
+def changes(least: int, most: int, state: Callable[[int], int]) -> list[tuple[int, int]]:
+    """Return each state with the least number that has it, if none comes back once it is gone."""
+    found = [(least, state(least))]
+
+    def search(low: int, high: int) -> None:
+        if state(low) == state(high):
+            return
+        if high == low + 1:
+            found.append((high, state(high)))
+            return
+        middle = (low + high) // 2
+        search(low, middle)
+        search(middle, high)
+
+    search(least, most)
+    return found
 
 
 class FactCuts:
@@ -152,9 +194,10 @@ class FactCuts:
 
     def standing(self, room: int) -> int:
         """Return how many blocks begin, and how many end, before the cut, taken together."""
-        cut = fit._assemble_grounding(self.alone, room + self.no_code)[0]
-        kept = common_length(self.text, cut)
-        self.kept[room] = kept
+        if room not in self.kept:
+            cut = fit._assemble_grounding(self.alone, room + self.no_code)[0]
+            self.kept[room] = common_length(self.text, cut)
+        kept = self.kept[room]
         return bisect_right(self.begun, kept) + bisect_right(self.ends, kept)
 
     def facts(self, standing: int) -> tuple[str, ...]:
@@ -166,23 +209,21 @@ class FactCuts:
         return tuple(states)
 
 
-def api_ranges(page: Page, counts: Changes[int], cuts: FactCuts) -> list[Range]:
+def api_ranges(page: Page, counts: Counts, cuts: FactCuts) -> list[Range]:
     """Return the ranges of the API path: for each number of bodies, as the facts are cut."""
     found: list[tuple[int, int, tuple[str, ...]]] = []
     rooms = [room for room, _ in cuts.changes]
     states = [cuts.facts(standing) for _, standing in cuts.changes]
-    lasts = [least - 1 for least, _ in counts[1:]]
-    for (least, bodies), last in zip(counts, [*lasts, MOST_TOKENS]):
-        code = grounding_report(page, least)["code"]
-        at = bisect_right(rooms, max(0, least - code)) - 1
-        starts = [least, *(code + room for room in rooms[at + 1 :])]
-        found += [
-            (start, bodies, states[at + n]) for n, start in enumerate(starts) if start <= last
-        ]
-    most = [least - 1 for least, _, _ in found[1:]]
+    ends = [least - 1 for least, _ in counts[1:]]
+    for (least, report), end in zip(counts, [*ends, MOST_TOKENS]):
+        bodies = report["symbols"]["bodies"]
+        at = bisect_right(rooms, max(0, least - report["code"])) - 1
+        starts = [least, *(report["code"] + room for room in rooms[at + 1 :])]
+        found += [(start, bodies, states[at + n]) for n, start in enumerate(starts) if start <= end]
+    lasts = [least - 1 for least, _, _ in found[1:]]
     return [
-        Range(least, last, bodies, facts, grounding_report(page, least))
-        for (least, bodies, facts), last in zip(found, [*most, None])
+        Range(least, last, bodies, facts, partial(grounding_report, page, least))
+        for (least, bodies, facts), last in zip(found, [*lasts, None])
     ]
 
 

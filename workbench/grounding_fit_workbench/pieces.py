@@ -70,7 +70,8 @@ class Fitted:
         for piece in self.pieces:
             lengths[piece.part] += len(piece.text)
         blank = len(BLANK_LINE) * max(0, len(self.pieces) - 1) + self.tail
-        return [*lengths.values(), blank, len(self.text), tokens_of(self.text)]
+        tokens = tokens_of(self.text) if self.answer else self.report["size"]
+        return [*lengths.values(), blank, len(self.text), tokens]
 
 
 def symbol_name(parts: fit.GroundingParts, index: int) -> str:

@@ -31,11 +31,15 @@ Stretch = tuple[Any, Any]  # the first and the last value that do
 
 def advice(page: Page) -> list[Advice]:
     """Return what would keep each fact block that the agent path left out, and one body more."""
+    return advice_among(page, agent_ranges(page, body_counts(page.parts)))
+
+
+def advice_among(page: Page, by_budget: list[Range]) -> list[Advice]:
+    """Return the same, of a page whose ranges on the agent path are known."""
     report = report_of(page)
     if "facts" not in report:
         return []
     by_floor = floors(page)
-    by_budget = agent_ranges(page, body_counts(page.parts))
     cases = [
         Case(page, report, index, is_body=False)
         for index, fact in enumerate(report["facts"])

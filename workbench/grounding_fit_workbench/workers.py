@@ -14,7 +14,8 @@ from typing import TypeVar
 from grounding_fit_workbench.page_files import Refused, read_line
 from grounding_fit_workbench.page_lines import Page
 
-CHUNK = 16  # pages that a process is sent at a time
+CHUNK = 16  # lines that a process is sent at a time, at the most
+CHUNKS = 8  # for each process, where there are as many lines
 Made = TypeVar("Made")
 Work = Callable[[int, "Page | Refused"], Made]  # of a line by its number, from 1
 Lines = list[tuple[int, int]]  # their numbers, and where they begin in the file
@@ -70,8 +71,9 @@ def over_pages(
 
     What processes are sent is where a page stands: to read it there is cheaper than to send it.
     """
-    chunks = [lines[start : start + CHUNK] for start in range(0, len(lines), CHUNK)]
-    if workers == 1 or len(chunks) == 1:
+    size = max(1, min(CHUNK, len(lines) // (CHUNKS * workers)))
+    chunks = [lines[start : start + size] for start in range(0, len(lines), size)]
+    if workers == 1 or len(chunks) < 2:
         for line in lines:
             yield from made_of(file, [line], work)
         return

@@ -22,6 +22,7 @@ page_text writes it into the page, whose script draws it and decides nothing:
 from __future__ import annotations
 
 import json
+from bisect import bisect_right
 from dataclasses import replace
 from pathlib import Path
 from typing import Any
@@ -40,7 +41,7 @@ from grounding_fit_workbench.pieces import (
     fit_api,
     symbol_name,
 )
-from grounding_fit_workbench.remedies import advice
+from grounding_fit_workbench.remedies import advice_among
 
 LEAST_BUDGET = 250  # tokens, of the charts
 DOUBLINGS = 7
@@ -130,12 +131,19 @@ def advice_data(found: Advice | None) -> Data | None:
     return {"what": found.what, "changes": changes, "refused": found.refused}
 
 
+def fill_data(page: Page, budgets: list[int], found: Ranges) -> list[list[list[int]]]:
+    """Return what fills the text of either path with each budget; see Fitted.fill."""
+    api = [fit_api(replace(page, budget=budget)).fill() for budget in budgets]
+    least = [each.least for each in found.agent]
+    answers = [fit_agent(replace(page, budget=budget)).fill() for budget in least]
+    return [api, [answers[bisect_right(least, budget) - 1] for budget in budgets]]
+
+
 def page_data(page: Page, head: list[str]) -> Data:
     """Return all that the browser shows of a page."""
     budgets = chart_budgets(page.budget)
-    tried = [replace(page, budget=budget) for budget in budgets]
     found = ranges(page)
-    advised = advice(page)
+    advised = advice_among(page, found.agent)
     api = fit_api(page)
     agent = fit_agent(page)
     facts = fact_data(page, api, agent, found)
@@ -150,7 +158,7 @@ def page_data(page: Page, head: list[str]) -> Data:
         "symbols": symbol_data(page, api, agent, found),
         "next_body": advice_data(next((each for each in advised if each.is_body), None)),
         "budgets": budgets,
-        "fills": [[fit(each).fill() for each in tried] for fit in (fit_api, fit_agent)],
+        "fills": fill_data(page, budgets, found),
     }
 
 
