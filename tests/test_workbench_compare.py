@@ -198,7 +198,7 @@ class Command(UsualHost):
             (["compare", absent], f"{absent}: No such file"),
             (["compare", pages, "--workers", "0"], "expected an integer from 1 on, got '0'"),
             (["compare", pages, "--html", absent], f"{absent}: No such file"),
-            (["compare", pages, "--html", pages], f"{pages}: File exists"),
+            (["compare", pages, "--html", pages], f"{pages}: expected a folder, got a file"),
             (["compare", pages, "--json", absent], f"there is no folder {absent.parent}"),
             (["compare", pages, "--json", self.folder], "expected a file, got a folder"),
             (["compare", pages, "--try", "floor=.2"], "'floor=.2': expected code_floor="),

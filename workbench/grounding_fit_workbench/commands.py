@@ -30,7 +30,10 @@ Made = TypeVar("Made")
 
 def write(file: Path, text: str) -> None:
     """Write a text that a host's names may stand in, and tell where."""
-    file.write_text(text, "utf-8", "backslashreplace")
+    try:
+        file.write_text(text, "utf-8", "backslashreplace")
+    except OSError as error:
+        raise OSError(f"{file}: {error.strerror}") from None
     print(file)
 
 
@@ -45,6 +48,8 @@ def page_of(parser: Parser, file: Path, name: str | None) -> Page:
     names = list(dict.fromkeys(page.name for page in pages))
     if name is None and len(names) == 1:
         return pages[-1]
+    if not names:
+        parser.error(f"{file}: no pages")
     if name not in names:
         some = ", ".join(names[:10]) + (", ..." if len(names) > 10 else "")
         parser.error(f"{file}: name one of its {len(names):,} pages: {some}")

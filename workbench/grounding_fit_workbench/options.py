@@ -52,6 +52,8 @@ def writable(text: str) -> Path:
 def writable_folder(text: str) -> Path:
     """Return a folder that can be written; it is made where the folder above it is there."""
     path = Path(text)
+    if path.exists() and not path.is_dir():
+        raise argparse.ArgumentTypeError(f"{text}: expected a folder, got a file")
     try:
         path.mkdir(exist_ok=True)
     except OSError as error:

@@ -129,7 +129,9 @@ def prefix_cells(prefix: Prefix | None) -> list[str]:
 def print_diff(found: Diff) -> None:
     """Print what differs between two fits of pages, and which pages only one side has."""
     print_failed(found.failed)
-    if found.pages:
+    if not found.pages:
+        print("no page of one name on both sides")
+    else:
         print("Pages, by how much of the text stays the same before its first change")
         heads = ["won", "lost", "bodies", "agent", "of it", "API", "of it", "page"]
         print_table(heads, [diff_cells(each) for each in found.pages])

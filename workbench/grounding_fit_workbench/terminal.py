@@ -55,7 +55,7 @@ def has_colours() -> bool:
 def drawn(part: str, count: int = 1) -> str:
     """Return cells of a part: its letter, or its colour on a terminal."""
     ink = INKS[part]
-    if not has_colours():
+    if not has_colours() or not count:
         return ink.letter * count
     return f"\x1b[48;5;{ink.colour}m{' ' * count}\x1b[0m"
 

@@ -61,6 +61,11 @@ def opened(count: int, pages: Iterable[PageRow], link: Link) -> str:
     return f"<details><summary>{count:,}</summary><ul>{names}</ul></details>" if count else "0"
 
 
+def changed(number: int, pages: list[PageRow], link: Link) -> str:
+    """Return a change of a number of blocks, and the pages that it is of."""
+    return f"{signed(number)} {opened(len(pages), pages, link)}" if number else "="
+
+
 def policies_table(found: Comparison, link: Link) -> str:
     """Return what each policy makes of all pages."""
     outcomes = list(found.policies[0].outcomes)
@@ -78,8 +83,8 @@ def policies_table(found: Comparison, link: Link) -> str:
         lost = [page for page in found.pages if page.changes(row.name)[1]]
         left_out = sum(kind.left_out for kind in row.kinds.values())
         cells += [f"{row.median_bodies:,.1f}", f"{left_out:,}"]
-        cells += [f"{signed(row.won)} {opened(len(won), won, link)}"]
-        cells += [f"{signed(-row.lost)} {opened(len(lost), lost, link)}", signed(row.bodies_change)]
+        cells += [changed(row.won, won, link), changed(-row.lost, lost, link)]
+        cells += [signed(row.bodies_change)]
         rows.append([escape(row.name), *cells])
     heads = ["policy", *outcomes, "median bodies", "blocks left out"]
     return table([*heads, "blocks won, on pages", "blocks lost, on pages", "bodies"], rows)
@@ -113,7 +118,8 @@ def result_cell(page: PageRow, policy: str, result: Result) -> str:
     )
     labels = "".join(f"<li>{escape(label)}</li>" for label in result.left_out)
     count = f"{len(result.left_out)} left out"
-    opens = f"<details><summary>{count}</summary><ul>{labels}</ul></details>" if labels else count
+    opens = f"<details><summary>{count}</summary><ul>{labels}</ul></details>"
+    opens = opens if labels else f"{count}, "
     outcome = "" if result.outcome == "rebuilt" else f"<small>{result.outcome}</small>"
     return f"{opens}{result.bodies:,} bodies{changes}{outcome}"
 
