@@ -27,7 +27,7 @@ from grounding_fit_workbench.command import run
 
 TRIALS = [
     "code_floor=.2",
-    "half: code_floor=.5 budget=50%",
+    "half: code_floor=.5 budget=5%",
     "first=digest,lone front=kept",
     "share:digest=none share:lone=0 budget=3000",
 ]
@@ -50,7 +50,7 @@ def some_pages():
     late = page.with_parts(prose=[*others, files])
     prior = Page("prior", "", {"page_id": "x", "prior_markdown": "m" * 40_000}, page.parts, 9)
     small = Page("small", "", {"text": "t"}, parts([others[0]], [("code", {})] * 3), 9)
-    named = {"crowded": page, "late": late, "prior": prior, "small": small}
+    named = {"crowded": page, "late": late, "prior": prior, "<i>small": small}
     made = [Page(name, "", one.answer, one.parts, one.budget) for name, one in named.items()]
     policy = fit.SectionBudget(shares={"digest": "25%"})
     return [*made, Page("wrong", "", page.answer, page.with_parts(budget=policy).parts, 9)]
@@ -63,7 +63,7 @@ def by_hand(page, words):
     if words == TRIALS[0]:
         floor = 0.2
     elif words == TRIALS[1]:
-        floor, budget = 0.5, budget // 2
+        floor, budget = 0.5, budget // 20
     elif words == TRIALS[2]:
         first = ["digest", "lone"]
         kept = [one for one in prose if one.text.startswith("## Files") or one.key in first]
@@ -88,7 +88,7 @@ class Compare(UsualHost):
         names = ["unchanged", TRIALS[0], "half", *TRIALS[2:]]
         self.assertEqual([policy["name"] for policy in told["policies"]], names)
         rows = {row["name"]: row["by_policy"] for row in told["pages"]}
-        self.assertEqual(set(rows), {"crowded", "late", "prior", "small"})
+        self.assertEqual(set(rows), {"crowded", "late", "prior", "<i>small"})
         bodies_of = {name: [] for name in names}
         for page in pages[:-1]:
             for words, name in zip(["", *TRIALS], names):
@@ -232,6 +232,7 @@ class Command(UsualHost):
         for link in re.findall(r'href="(.*?)"', overview):
             self.assertIn('"head": ["', (self.folder / "html" / link).read_text())
         self.assertEqual(len(set(re.findall('href="(.*?)"', overview))), 4)
+        self.assertEqual(("<i>" in overview, out.count("FAILED: wrong")), (False, 1))
 
     def test_other_commands(self):
         other, report = self.folder / "other", self.folder / "report"

@@ -1,9 +1,9 @@
 """The workbench's pages files, and the wrong values that it finds in a page's arguments."""
 
 import json
-import os
 import tempfile
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pages as random_pages
@@ -129,19 +129,20 @@ class PagesFiles(UsualHost):
             self.assertRegex(str(refused), f"^line {number}: .*{words}")
         self.assertEqual(len(loaded.refused), len(wrong))
 
-    def test_many_processes_append_to_one_file(self):
+    def test_many_writers_append_to_one_file(self):
+        """As processes do; but threads come between two writes more often."""
         self.file.write_text('{"broken off')
-        children = []
-        for child in range(4):
-            children.append(os.fork())
-            if not children[-1]:
-                for page in range(20):
-                    self.save({"text": str(child) * 100_000}, name=f"{child} {page}")
-                os._exit(0)
-        self.assertEqual([os.waitpid(child, 0)[1] for child in children], [0] * 4)
+
+        def save(writer):
+            for page in range(60):
+                text = str(writer) * (100_000 if page < 9 else 1)
+                self.save({"text": text}, name=f"{writer} {page}")
+
+        with ThreadPoolExecutor(4) as executor:
+            list(executor.map(save, range(4)))
         loaded = load_pages(self.file)
         self.assertEqual([refused.line for refused in loaded.refused], [1])
-        wanted = sorted(f"{child} {page}" for child in range(4) for page in range(20))
+        wanted = sorted(f"{writer} {page}" for writer in range(4) for page in range(60))
         self.assertEqual(sorted(page.name for page in loaded), wanted)
 
 
@@ -150,7 +151,7 @@ class Problems(UsualHost):
         record = {"file": "f", "line": "x", "end_line": "y", "kind": {2}, "docstring": {3}}
         seeds = [{"line_start": "x"}, 5, {2: 3}, {"line_start": 0, "path": {3}}]
         shares = {"digest": "25%", "low": -0.1, "q'\"": None, "odd": float("nan")}
-        policy = fit.SectionBudget(first=[3, "late"], shares=shares)
+        policy = fit.SectionBudget(first=[3, "late", ""], shares=shares)
         prose = [Block("# t", seeds), 3, Block("# l", key="late"), Block("x\ny", [CYCLE])]
         blocks = [("t", record), 5, (3, {}), ("t", 4), ("a", "b", "c")]
         page = fit.GroundingParts(prose, blocks, {3}, float("inf"), policy)

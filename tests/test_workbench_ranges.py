@@ -10,10 +10,13 @@ from harness import HOST, UsualHost, fit
 from pages import Source
 
 from grounding_fit_workbench import Page, Trial, advice, floors, ranges
+from grounding_fit_workbench.budget_ranges import least_above
 from grounding_fit_workbench.pieces import fit_api
+from grounding_fit_workbench.reasons import fact_reason
 
 SEEDS = range(60, 84)
 Block = fit.FactBlock
+GIVEN = "g" * 41_000
 
 
 def explain(page):
@@ -154,6 +157,9 @@ class Ranges(UsualHost):
             floor = (reserve + 0.5) / room
             one = next(one for one in found if floor <= one.most)
             self.assertEqual(decisions(floor), decisions(one.least), reserve)
+        only_without = sized(page, 6, lambda fact, report: report["reserve"] - fact["short_by"])
+        kept = [one.report["facts"][6]["kept"] for one in floors(only_without)]
+        self.assertEqual((kept[0], any(kept[1:])), (True, False))  # with nothing reserved alone
         for dull in (replace(page, answer={}), page.with_parts(blocks=[])):
             self.assertEqual([(one.least, one.most) for one in floors(dull)], [(0, 1)])
 
@@ -162,10 +168,14 @@ class Ranges(UsualHost):
         seen = collections.Counter()
         for page in [crowded(), *self.random_pages(odd_hosts=False)]:
             report = explain(page)
-            for one in advice(page):
+            advised = advice(page)
+            by_floor, by_budget = (floors(page), ranges(page).agent) if advised else ([], [])
+            for one in advised:
                 for change in one.changes:
                     seen[change.knob, one.is_body] += 1
                     self.check_change(page, report, one, change)
+                    found = by_floor if change.knob == "code_floor" else by_budget
+                    self.check_nothing_nearer(page, one, change, found)
         knobs = {"code_floor", "budget", "share", "first", "place", "seeds"}
         wanted = {(knob, False) for knob in knobs} | {("code_floor", True), ("budget", True)}
         self.assertEqual(set(seen), wanted)
@@ -191,6 +201,38 @@ class Ranges(UsualHost):
             kept = then["facts"][at]["kept"] if not one.is_body else 0
             kept = kept or one.is_body and then["symbols"]["bodies"] > one.index
             self.assertFalse(kept and then["outcome"] != "over the cap", change)
+
+    def check_nothing_nearer(self, page, one, change, found):
+        """Hold that no range between a change and the page as it is keeps what the change keeps."""
+        now = page.parts.code_floor if change.knob == "code_floor" else page.budget
+        nearer = range(0)
+        if change.knob in ("code_floor", "budget"):
+            low, high = sorted((change.exact, now))
+            nearer = [each.report for each in found if low < each.least <= high]
+            nearer = nearer[:-1] if change.exact > now else nearer
+        for report in nearer:
+            kept, bodies = decided_by(report)
+            fits = report["outcome"] != "over the cap"
+            self.assertFalse(fits and (bodies > one.index if one.is_body else kept[one.index]))
+        if change.knob in ("code_floor", "share") and page.answer["grounding"] == GIVEN:
+            self.assertLess(len(str(change.value)), 8)
+
+    def test_a_threshold_is_found_from_any_guess(self):
+        for least in (1, 2, 7, 300, 2**63 - 1):
+            for guess in (-5, 0, 1, 6, 7, 8, 290, 301, 2**62, 2**64):
+                self.assertEqual(least_above(0, guess, lambda budget: budget >= least), least)
+        self.assertIsNone(least_above(0, 9, lambda budget: False))
+
+    def test_reasons_hold_at_their_edge(self):
+        """A block as short as its seeds are long would fit without them."""
+        page = sized(crowded(), 6, lambda fact, _: fact["citable_seeds"] - fact["short_by"])
+        report = explain(page)
+        fact = report["facts"][6]
+        self.assertEqual(fact["short_by"], fact["citable_seeds"])
+        self.assertIn("of seeds it would fit", fact_reason(fact, report))
+        self.assertTrue(explain(with_seeds(page, 6, 0))["facts"][6]["kept"])
+        bare = explain(Trial("", code_floor=0).changed(page))
+        self.assertIn("nothing is reserved", fact_reason(bare["facts"][-1], bare))
 
     def test_what_no_knob_does(self):
         """By how much it is still refused is told, and so it is; what does nothing is not offered."""
@@ -223,6 +265,16 @@ def decided(page):
     return decided_by(explain(page))
 
 
+def sized(page, index, more):
+    """Return the page, one block of which is longer by a number told by the page's report."""
+    report = explain(page)
+    prose = list(page.parts.prose)
+    text, *rest = prose[index]
+    length = len(text) + more(report["facts"][index], report)
+    prose[index] = Block(text.ljust(length, "t")[:length], *rest)
+    return page.with_parts(prose=prose)
+
+
 def crowded():
     """Return a page with little room, and more of everything than it holds."""
     files = Block(f"## Files\n{'f' * 33_000}")
@@ -237,7 +289,7 @@ def crowded():
     prose += [Block("h" * 41_000, [], "huge"), Block("l" * 9000, [], "lone", "lone")]
     blocks = [("c" * (150 + 37 * n % 200), {"fqn": f"s{n}"}) for n in range(12)]
     policy = fit.SectionBudget(shares={"digest": 0.2})
-    given = {"page_id": "p", "grounding": "g" * 41_000}
+    given = {"page_id": "p", "grounding": GIVEN}
     return Page(
         "p", "", given, fit.GroundingParts([files, *prose], blocks, set(), 0.35, policy), 20_000
     )
