@@ -9,6 +9,7 @@ import os
 import signal
 import sys
 from collections.abc import Callable, Sequence
+from concurrent.futures import BrokenExecutor
 from typing import Any
 
 from grounding_fit_workbench import commands, module
@@ -37,7 +38,7 @@ def main() -> int:
         return run(sys.argv[1:])
     except KeyboardInterrupt:
         return 130
-    except OSError as error:
+    except (OSError, BrokenExecutor) as error:  # a file, or a process that was killed
         print(f"grounding-fit-workbench: {safe(str(error))}", file=sys.stderr)
         return 2
 
