@@ -24,7 +24,6 @@ from pathlib import Path
 from time import perf_counter
 
 from examples.repository import packages
-from grounding_fit_workbench.commands import compare_file
 from grounding_fit_workbench.options import (
     TRIAL_HELP,
     Parser,
@@ -205,6 +204,8 @@ def parse_arguments(arguments: Sequence[str]) -> argparse.Namespace:
 
 def main(arguments: Sequence[str]) -> int:
     """Fit all pages, name those that failed, and compare the policies that were asked for."""
+    from grounding_fit_workbench.commands import compare_file  # here, for workers need none of it
+
     args = parse_arguments(arguments)
     with dask_workers(args.dask) if args.dask else process_pool(args.workers) as executor:
         done = run(executor, args.jobs)
@@ -224,3 +225,6 @@ if __name__ == "__main__":
         sys.exit(main(sys.argv[1:]))
     except KeyboardInterrupt:
         sys.exit(130)
+    except OSError as error:
+        print(f"many: {error}", file=sys.stderr)
+        sys.exit(2)

@@ -95,4 +95,7 @@ def main(arguments: Sequence[str]) -> None:
 if __name__ == "__main__":
     sys.stdout.reconfigure(encoding="utf-8", errors="backslashreplace")
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader such as `head` may leave early
-    main(sys.argv[1:])
+    try:
+        main(sys.argv[1:])
+    except OSError as error:
+        sys.exit(f"run: {error}")
