@@ -10,7 +10,7 @@ import sys
 import tempfile
 from pathlib import Path
 
-from harness import HOST, ROOT, UsualHost, find, fit, parts
+from harness import ROOT, UsualHost, find, fit, parts
 from test_workbench_ranges import crowded
 
 from grounding_fit_workbench import (

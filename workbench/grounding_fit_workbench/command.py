@@ -66,14 +66,15 @@ def take_host(parser: Parser, host: str) -> None:
         parser.error(f"{error}{hint}")
 
 
-def parse(arguments: Sequence[str]) -> Any:
-    """Return the options of the command line."""
-    parser = Parser(prog="grounding-fit-workbench", description=DESCRIPTION)
-    parser.add_argument("--host", metavar="MODULE", default="", help=HOST_HELP)
-    adders = parser.add_subparsers(metavar="COMMAND", required=True)
+class Commands:
+    """The commands of a parser."""
 
-    def add(name: str, run: Callable[[Any], int], about: str, epilog: str = "") -> Parser:
-        command = adders.add_parser(
+    def __init__(self, parser: Parser) -> None:
+        self.adders = parser.add_subparsers(metavar="COMMAND", required=True)
+
+    def add(self, name: str, run: Callable[[Any], int], about: str, epilog: str = "") -> Parser:
+        """Add a command on a file of pages."""
+        command: Parser = self.adders.add_parser(
             name,
             help=about,
             description=f"{about[0].upper()}{about[1:]}.",
@@ -86,32 +87,27 @@ def parse(arguments: Sequence[str]) -> Any:
         command.set_defaults(run=run, parser=command)
         return command
 
-    page = add(
-        "page", commands.show_page, "tell what became of a page, why, and what would keep more"
-    )
-    page.add_argument("name", nargs="?", help="of the page; not needed when there is one alone")
+
+def parse(arguments: Sequence[str]) -> Any:
+    """Return the options of the command line."""
+    parser = Parser(prog="grounding-fit-workbench", description=DESCRIPTION)
+    parser.add_argument("--host", metavar="MODULE", default="", help=HOST_HELP)
+    add = Commands(parser).add
+    one = "of the page; not needed when there is one alone"
+    page = add("page", commands.show_page, "tell what became of a page, and what would keep more")
+    page.add_argument("name", nargs="?", help=one)
     page.add_argument("--html", type=writable, metavar="FILE", help="write it for the browser")
     found = add("ranges", commands.show_ranges, "tell from which token budget on what stands")
-    found.add_argument("name", nargs="?", help="of the page; not needed when there is one alone")
+    found.add_argument("name", nargs="?", help=one)
     found.add_argument("--all", action="store_true", help="show every stretch and every symbol")
     add_comparison(
         add("compare", commands.compare_pages, "try other policies on all pages", TRIAL_HELP)
     )
     two = add("diff", commands.diff_pages, "compare two fits of the same pages", TRIAL_HELP)
-    two.add_argument(
-        "other",
-        nargs="?",
-        type=readable,
-        metavar="OTHER",
-        help="the pages, or reports, of the second",
-    )
-    two.add_argument(
-        "--try",
-        dest="trial",
-        type=trial,
-        metavar="TRIAL",
-        help="the second: the pages with this policy",
-    )
+    second = "the second fit: pages, or reports"
+    two.add_argument("other", nargs="?", type=readable, metavar="OTHER", help=second)
+    policy = "the second fit: the pages with this policy"
+    two.add_argument("--try", dest="trial", type=trial, metavar="TRIAL", help=policy)
     add("problems", commands.show_problems, "list wrong values that pages would meet one day")
     return parser.parse_args(arguments)
 

@@ -21,7 +21,7 @@ from grounding_fit_workbench.page_lines import Page
 from grounding_fit_workbench.reasons import policy_line
 from grounding_fit_workbench.report import fit_whole, print_page
 from grounding_fit_workbench.tables import print_comparison, print_diff, print_ranges
-from grounding_fit_workbench.terminal import progress, safe, say
+from grounding_fit_workbench.terminal import progress, safe
 from grounding_fit_workbench.trials import Trial
 from grounding_fit_workbench.workers import lines_of, over_pages
 

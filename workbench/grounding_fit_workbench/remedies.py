@@ -29,16 +29,16 @@ DIGITS = range(4, 18)  # of a fraction that is told; so many tell every double
 Stretch = tuple[Any, Any]  # the first and the last value that do
 
 
-def advice(page: Page) -> list[Advice]:
-    """Return what would keep each fact block that the agent path left out, and one body more."""
-    return advice_among(page, agent_ranges(page, body_counts(page.parts)))
+def advice(page: Page, by_budget: list[Range] | None = None) -> list[Advice]:
+    """Return what would keep each fact block that the agent path left out, and one body more.
 
-
-def advice_among(page: Page, by_budget: list[Range]) -> list[Advice]:
-    """Return the same, of a page whose ranges on the agent path are known."""
+    by_budget: the page's ranges on the agent path, where they are known already.
+    """
     report = report_of(page)
     if "facts" not in report:
         return []
+    if by_budget is None:
+        by_budget = agent_ranges(page, body_counts(page.parts))
     by_floor = floors(page)
     cases = [
         Case(page, report, index, is_body=False)

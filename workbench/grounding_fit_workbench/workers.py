@@ -17,7 +17,7 @@ from grounding_fit_workbench.page_lines import Page
 CHUNK = 16  # lines that a process is sent at a time, at the most
 CHUNKS = 8  # for each process, where there are as many lines
 Made = TypeVar("Made")
-Work = Callable[[int, "Page | Refused"], Made]  # of a line by its number, from 1
+Work = Callable[[int, Page | Refused], Made]  # of a line by its number, from 1
 Lines = list[tuple[int, int]]  # their numbers, and where they begin in the file
 
 

@@ -41,7 +41,7 @@ from grounding_fit_workbench.pieces import (
     fit_api,
     symbol_name,
 )
-from grounding_fit_workbench.remedies import advice_among
+from grounding_fit_workbench.remedies import advice
 
 LEAST_BUDGET = 250  # tokens, of the charts
 DOUBLINGS = 7
@@ -143,7 +143,7 @@ def page_data(page: Page, head: list[str]) -> Data:
     """Return all that the browser shows of a page."""
     budgets = chart_budgets(page.budget)
     found = ranges(page)
-    advised = advice_among(page, found.agent)
+    advised = advice(page, found.agent)
     api = fit_api(page)
     agent = fit_agent(page)
     facts = fact_data(page, api, agent, found)
