@@ -234,6 +234,10 @@ class Command(UsualHost):
         self.assertEqual(len(set(re.findall('href="(.*?)"', overview))), 4)
         self.assertEqual(("<i>" in overview, out.count("FAILED: wrong")), (False, 1))
 
+    def test_its_version_is_that_of_the_module(self):
+        project = (ROOT / "workbench/pyproject.toml").read_text()
+        self.assertIn(f'version = "{fit.__version__}"', project)
+
     def test_other_commands(self):
         other, report = self.folder / "other", self.folder / "report"
         for page in load_pages(self.file)[:1]:
