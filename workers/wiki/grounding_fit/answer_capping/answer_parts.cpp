@@ -82,8 +82,8 @@ fact_cost page_facts::cost(std::size_t i, size_limit limit) {
 }
 
 part page_facts::as_part(std::size_t i, precision how) {
-  read_seeds(i);
   fact& known = facts_[i];
+  if (!known.seeds_read) read_seeds(i);
   if (known.citable.count < 0) {
     tally citable;
     for (std::size_t j = 0; j < known.seeds.size(); ++j) {
