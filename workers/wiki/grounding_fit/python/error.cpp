@@ -41,8 +41,8 @@ void bad_value::prepend(step here) {
   if (kind == fault::recursion) return;  // its place would be as long as it is deep
   if (here.form == step::form::key) return prepend_key(here.text);
   const bool is_index = here.form == step::form::index;
-  const std::string first =
-      is_index ? "[" + std::to_string(here.index) + "]" : std::string(here.text);
+  std::string first(is_index ? "[" : here.text);
+  if (is_index) first.append(std::to_string(here.index)).append("]");
   // An index, a key or a dotted name is a part of what stands before it; other words are not.
   const bool a_part = place.empty() || place[0] == '[' || place[0] == '.' || first.back() == '.';
   place = first + (a_part ? "" : ": ") + place;
@@ -50,7 +50,8 @@ void bad_value::prepend(step here) {
 
 void bad_value::prepend_key(text_view key) {
   if (kind == fault::recursion) return;
-  const std::string here = "[" + quoted(key) + "]";
+  std::string here = "[";
+  here.append(quoted(key)).append("]");
   prepend(std::string_view(here));
 }
 
