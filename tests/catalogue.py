@@ -236,4 +236,4 @@ def entries(fit, act):
     ways["_listing"] = [partial(fit._listing, [one]) for one in ({}, {"kind": [odd]}, keyed)]
     enters_nowhere = ["section_budget", "seed", "_json_size", "_code_cut", "FactBlock"]
     enters_nowhere += ["FactBlock.label", "GroundingParts", "SectionBudget"]
-    return ways | dict.fromkeys(enters_nowhere, [])
+    return ways | {name: [] for name in enters_nowhere}

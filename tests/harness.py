@@ -155,4 +155,5 @@ def run_python(*arguments):
     path = os.pathsep.join([str(Path(find()).parent), str(ROOT)])
     env = {**os.environ, "PYTHONPATH": path, "PYTHONIOENCODING": "utf-8"}
     command = [sys.executable, *map(str, arguments)]
-    return subprocess.run(command, env=env, capture_output=True, text=True, encoding="utf-8")
+    streams = {"capture_output": True, "text": True, "encoding": "utf-8"}
+    return subprocess.run(command, env=env, check=False, **streams)

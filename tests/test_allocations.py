@@ -51,6 +51,7 @@ class Allocations(unittest.TestCase):
         done = subprocess.run(
             [sys.executable, __file__, "--child", how],
             env={**os.environ, **environment},
+            check=False,
             capture_output=True,
             text=True,
         )
@@ -102,7 +103,7 @@ def make_module(found):
 
 
 def calls(fit):
-    """Return a call of everything that the module has, and one that makes it; and what they read."""
+    """Return calls of everything that the module has, and one that makes it; and what they read."""
     loader = importlib.machinery.ExtensionFileLoader("grounding_fit", find())
     found = importlib.util.spec_from_loader("grounding_fit", loader)
     made = [(function, *given) for function, given in catalogue.calls(fit)]
@@ -169,7 +170,7 @@ def child(how):
             failures += good
             gc.collect()
             after = [sys.getrefcount(one) for one in watched]
-            moved = [one for one, a, b in zip(watched, before, after) if a != b]
+            moved = [one for one, a, b in zip(watched, before, after, strict=True) if a != b]
             assert not moved, f"call {number} keeps or gives away references to {shortened(moved)}"
             grown.append(sys.getallocatedblocks() - blocks)
         # Of a module, the interpreter keeps a little for later for a long time.

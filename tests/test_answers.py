@@ -44,7 +44,7 @@ class Answers(UsualHost):
         self.assertGreater(rebuilt, 150)
 
     def assert_counts(self, result, page, kept, bodies):
-        """What the note says of code and of fact blocks is what the answer leaves out."""
+        """Assert that what the note says is left out of code and facts is what the answer lacks."""
         note, total = result["truncated"], len(page.blocks)
         cut = re.search(r"the bodies of (\d+) of (\d+) .*?; (\d+) of them .*?, (\d+) not", note)
         self.assertEqual(bool(cut), bodies < total)
@@ -64,7 +64,7 @@ class Answers(UsualHost):
             answer["prior_markdown"] = prior
             result = fit._fit_page_context(answer, parts(), 1)
             self.assertEqual(list(result), list(model._fit_page_context(answer, parts(), 1)))
-            self.assertEqual(list(result)[0], "b")
+            self.assertEqual(next(iter(result)), "b")
 
     def test_keys_of_one_text(self):
         """The first one counts; what else has its text is carried over."""

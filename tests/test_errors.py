@@ -78,6 +78,7 @@ class Errors(UsualHost):
         HOST.set(norm=lambda path: b"")
         twin = load(HOST.modules(), "workers.wiki.grounding_fit")
         file = "['file']: result of _norm: expected a"
+        twice = "which was imported twice, under two names: got one of 'grounding_fit'"
         path = pathlib.PurePosixPath("f")
         cases = [
             (f"symbols[0]{file} string, got bytes", fit.symbol_seeds, [{"file": "f", "line": 1}]),
@@ -91,13 +92,7 @@ class Errors(UsualHost):
                 [],
                 [],
             ),
-            (
-                "parts: expected a GroundingParts of this module, which was imported twice, under "
-                "two names: got one of 'grounding_fit'",
-                twin._blocks_within,
-                parts(),
-                1,
-            ),
+            (twice, twin._blocks_within, parts(), 1),
         ]
         self.check(TypeError, cases)
 
@@ -120,7 +115,7 @@ class Errors(UsualHost):
         calls = [(fit._assemble_grounding, page, 5), (context, over(), page, 5)]
         calls += [(fit._most, 3, utility), (prose, page, utility, 1)]
         for names in (["estimate"], ["truncate", "norm"]):
-            HOST.set(**{name: utility for name in names})
+            HOST.set(**dict.fromkeys(names, utility))
             for function, *arguments in calls:
                 with self.assertRaises(LookupError) as caught:
                     function(*arguments)

@@ -3,12 +3,10 @@
 import json
 import re
 import tempfile
-import unittest
 from pathlib import Path
 
-from harness import HOST, ROOT, UsualHost, fit, run_python
-
 from examples import browser_page, host, pieces, reasons, repository
+from harness import HOST, ROOT, UsualHost, fit, run_python
 
 PROGRAM = ROOT / "examples/fit_repository.py"
 PAGES = [("module", 4000, 3), ("getting-started", 300, 180), ("decisions", 9000, 60)]
@@ -82,14 +80,15 @@ class Example(UsualHost):
         """Hold the data of a page against the module's own results."""
         api = fit._assemble_grounding(parts, budget)[0]
         answer = fit._fit_page_context(given, parts, budget)
-        for bar, size in zip(data["bars"], [MEASURE(api), fit._json_size(answer)]):
+        for bar, size in zip(data["bars"], [MEASURE(api), fit._json_size(answer)], strict=True):
             sizes = [segment["size"] for segment in bar["segments"]]
             self.assertEqual((sum(sizes), min(sizes) >= 0), (size, True))
         self.assertGreater(len(data["budgets"]), 200)
         for at, each in enumerate(data["budgets"]):
             text = fit._assemble_grounding(parts, each)[0]
             other = fit._fit_page_context(given, parts, each)["grounding"]
-            for fill, made in zip((run[at] for run in data["fills"]), (text, other)):
+            for run, made in zip(data["fills"], (text, other), strict=True):
+                fill = run[at]
                 self.assertEqual([sum(fill[:4]), *fill[4:]], [len(made), len(made), MEASURE(made)])
         texts = [block.text for block in parts.prose]
         self.assertEqual([fact["text"] for fact in data["facts"]], texts)

@@ -1,4 +1,4 @@
-"""The immutable records: their fields, defaults, values and ends; and those that all calls share."""
+"""The immutable records: fields, defaults, values and ends; and those that all calls share."""
 
 import copy
 import gc
@@ -128,8 +128,8 @@ class Shared(UsualHost):
 
         got = [module._DEFAULT_BUDGET, module._BUDGETS, *module._BUDGETS.values()]
         for view in [module._BUDGETS] + [one.shares for one in got if one is not module._BUDGETS]:
-            view == Greedy()
-            view | Greedy()
+            assert view == Greedy()
+            assert view | Greedy()
         for _ in range(3):
             got += gc.get_referents(*got)
         mutable = {id(one): one for one in got if isinstance(one, (dict, list))}
@@ -155,7 +155,7 @@ class Shared(UsualHost):
         for one in found:
             one.clear()
             if isinstance(one, dict):
-                one.update({key: -1.0 for key in (*names, "digest", "readme", "document")})
+                one.update(dict.fromkeys((*names, "digest", "readme", "document"), -1.0))
         self.assertEqual(results(), before)
 
     def test_their_shares(self):

@@ -2,7 +2,7 @@
 
 import json
 
-from harness import CAP, HOST, UsualHost, fit, over, parts
+from harness import CAP, HOST, UsualHost, fit, parts
 from pages import Source
 
 Block = fit.FactBlock
