@@ -3,17 +3,19 @@
 import json
 import re
 import tempfile
+import unittest
 from pathlib import Path
 
 from examples import browser_page, host, pieces, reasons, repository
-from harness import HOST, ROOT, UsualHost, fit, run_python
+from examples.host import fit
+from harness import ROOT, run_python
+from workers.context_builder import estimate_tokens as measure
 
 PROGRAM = ROOT / "examples/fit_repository.py"
 PAGES = [("module", 4000, 3), ("getting-started", 300, 180), ("decisions", 9000, 60)]
-MEASURE = HOST.modules()["workers.context_builder"].estimate_tokens
 
 
-class Example(UsualHost):
+class Example(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.read = repository.read_repository(ROOT)
@@ -67,7 +69,7 @@ class Example(UsualHost):
         for page, budget, symbols in PAGES:
             with self.subTest(page=page):
                 given, parts = self.page(page, symbols)
-                data = browser_page.page_data(given, parts, budget, MEASURE, [page])
+                data = browser_page.page_data(given, parts, budget, measure, [page])
                 text = browser_page.page_text(data)
                 inlined = re.search(r'id="data">(.*?)</script>', text, re.DOTALL)
                 self.assertEqual(json.loads(inlined[1]), data)
@@ -80,7 +82,7 @@ class Example(UsualHost):
         """Hold the data of a page against the module's own results."""
         api = fit._assemble_grounding(parts, budget)[0]
         answer = fit._fit_page_context(given, parts, budget)
-        for bar, size in zip(data["bars"], [MEASURE(api), fit._json_size(answer)], strict=True):
+        for bar, size in zip(data["bars"], [measure(api), fit._json_size(answer)], strict=True):
             sizes = [segment["size"] for segment in bar["segments"]]
             self.assertEqual((sum(sizes), min(sizes) >= 0), (size, True))
         self.assertGreater(len(data["budgets"]), 200)
@@ -89,7 +91,7 @@ class Example(UsualHost):
             other = fit._fit_page_context(given, parts, each)["grounding"]
             for run, made in zip(data["fills"], (text, other), strict=True):
                 fill = run[at]
-                self.assertEqual([sum(fill[:4]), *fill[4:]], [len(made), len(made), MEASURE(made)])
+                self.assertEqual([sum(fill[:4]), *fill[4:]], [len(made), len(made), measure(made)])
         texts = [block.text for block in parts.prose]
         self.assertEqual([fact["text"] for fact in data["facts"]], texts)
         for rank, symbol in enumerate(data["symbols"]):
@@ -124,7 +126,7 @@ class Example(UsualHost):
         late = fit.FactBlock(f"## Late\n{'l' * 25000}", name="the late one", key="late")
         policy = fit.SectionBudget(first=["late"])
         for facts, field, cause in [
-            ([wide], "", r"the 'Files' block takes 4\d,"),
+            ([wide], "", r"the 'File cards' block takes 4\d,"),
             ([], "f" * 41000, r"fields that are not fitted and the note take 4\d,"),
             ([other, late], "f" * 1000, "the late one is always kept, but stands after"),
         ]:
