@@ -26,7 +26,9 @@ def rich_symbol():
 def rich_page(fit):
     """Return an answer, a page's grounding and a budget of which neither path can show all."""
     seeds = [fit.seed("f.py", 1), fit.seed("g.py", 0)]
-    facts = [fit.FactBlock("## Files", seeds), fit.FactBlock("# B\n" + "f" * 9000, key="digest")]
+    large = {"line_start": 2.0**70}  # so that memory is needed to read it
+    facts = [fit.FactBlock("## Files", seeds)]
+    facts.append(fit.FactBlock("# B\n" + "f" * 9000, [large], key="digest"))
     budget = fit.SectionBudget(1, [fit.README], {"digest": 0.25}, 2)
     blocks = [("t" * 2000, rich_symbol())] * 12
     answer = {"page_id": 7, "prior_markdown": "m" * 9, "grounding": "g" * 50000, "x": [{"y": 2.5}]}

@@ -2,7 +2,9 @@
 
 import pathlib
 import re
+import types
 
+import catalogue
 from harness import CAP, HOST, UsualHost, fit, load, over, parts
 
 Block = fit.FactBlock
@@ -61,6 +63,7 @@ class Errors(UsualHost):
         endless = parts(code_floor=NAN)
         cases = [
             (f"_assemble_grounding(): {line}", fit._assemble_grounding, late, 100),
+            (f"_assemble_grounding(): {line}", fit._assemble_grounding, late, 0),
             (f"_fit_page_context(): {line}", context, over(), late, 100),
             (f"GroundingParts.seeds(): {start}", getattr, seeds, "seeds"),
             ("seeds[0]['line_start']: expected an integer, got nan", fit.citable, [odd]),
@@ -95,6 +98,74 @@ class Errors(UsualHost):
             (twice, twin._blocks_within, parts(), 1),
         ]
         self.check(TypeError, cases)
+
+    def test_the_first_of_two_wrong_arguments(self):
+        page, wrong, big = parts(), object(), 2**63
+        cases = [
+            ("parts", fit._assemble_grounding, wrong, big),
+            ("parts", fit.explain_grounding, wrong, big),
+            ("parts", within, wrong, big),
+            ("blocks", fit._assemble_blocks, wrong, big),
+            ("parts", context, wrong, wrong, big),
+            ("result", context, wrong, page, big),
+            ("parts", fit.explain_page_context, wrong, wrong, big),
+            ("size", prose, page, wrong, 1),
+            ("path", fit.seed, wrong, wrong, wrong),
+            ("start", fit.seed, "a", wrong, wrong),
+            ("kept", fit._code_cut, wrong, big, big),
+            ("high", fit._most, wrong, wrong),
+        ]
+        for name, function, *arguments in cases:
+            with self.assertRaisesRegex(TypeError, rf"\(\): {name}: expected "):
+                function(*arguments)
+
+    def test_a_refusal_runs_no_code_of_the_value(self):
+        """Its type may have names whose equality runs code, or lack those that most have."""
+        acted = []
+        text = catalogue.odd_text(lambda: acted.append(1))
+        for name in ("Path", "grounding_fit.GroundingParts"):
+            odd = type(name, (), {text("__fspath__"): 1, text("__module__"): "m", text("y"): 2})
+            bare = eval(f"type({name!r}, (), {{}})", {"type": type})  # in a module without a name
+            self.assertNotIn("__module__", vars(bare))
+            for value in (odd(), odd, bare(), bare):
+                acted.clear()
+                for words, function in [("expected a string", Block), ("GroundingParts", within)]:
+                    with self.assertRaises(TypeError) as caught:
+                        function(value, *[1][: function is within])
+                    self.assertIn(words, str(caught.exception))
+                self.assertEqual(acted, [])
+
+    def test_an_equality_that_raises(self):
+        """A key whose equality fails is not absent, wherever keys are looked for."""
+
+        def fail():
+            if armed:
+                raise error
+
+        text = catalogue.odd_text(fail)
+        for error in (LookupError("the host's own"), KeyError("the host's own")):
+            armed = []
+            symbol, seed, name = ({text(key): 1} for key in ("file", "line_start", "name"))
+            budget = fit.SectionBudget(shares={text("k"): 1.0})
+            viewed = fit.SectionBudget(shares=types.MappingProxyType(budget.shares))
+            cited = parts([Block("f", [seed], key="k")])
+            limited, seen = (parts(cited.prose, budget=one) for one in (budget, viewed))
+            calls = [
+                (fit.render_symbol, symbol),
+                (fit.render_symbol, {"parameters": [name]}),
+                (fit._listed, symbol),
+                (fit.symbol_seeds, [symbol]),
+                (fit.citable, [seed]),
+                (prose, limited, lambda *_: 1, 1),
+                (prose, seen, lambda *_: 1, 1),
+                (context, over(), cited, 9),
+                (fit._assemble_grounding, cited, 9),
+            ]
+            armed.append(1)
+            for function, *arguments in calls:
+                with self.subTest(function), self.assertRaises(LookupError) as caught:
+                    function(*arguments)
+                self.assertIs(caught.exception, error)
 
     def test_line_numbers(self):
         wrong = [INF, -INF, NAN, b"1", b"", "x", "1.0", [1], {"a": 1}, object(), {1}, "1" * 5000]

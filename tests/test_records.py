@@ -44,6 +44,10 @@ class Records(UsualHost):
                 with self.assertRaisesRegex(TypeError, f"{name}: given twice"):
                     kind(*values[: index + 1], **{name: values[index]})
             self.assertRaises(AttributeError, setattr, record, "new", 1)
+            for name in (5, b"text", None):
+                for change in (kind.__setattr__, kind.__delattr__):
+                    given = [record, name, 1][: 3 - (change is kind.__delattr__)]
+                    self.assertRaisesRegex(TypeError, "must be string, not", change, *given)
             self.assertRaises(TypeError, setattr, kind, names[0], 1)
             self.assertRaises(TypeError, type, "Derived", (kind,), {})
 

@@ -137,6 +137,13 @@ class Reports(UsualHost):
             told.add(report["facts"][0]["short_by"] is None)
         self.assertEqual(told, {False, True})
 
+    def test_a_floor_beyond_any_size(self):
+        page = [fit.FactBlock("f" * 900)], [("t" * 900, {})] * 9
+        for floor in (-1e300, -1.0, 1e300):
+            given = over(), parts(*page, code_floor=floor), 900
+            report = fit.explain_page_context(*given)[1]
+            self.assertEqual(report, model.explain_page_context(*given)[1])
+
     def test_numbers_beyond_64_bits(self):
         HOST.set(estimate=lambda text: 2**62)
         page = parts([fit.FactBlock("f")], [("a", {}), ("b", {})])
