@@ -91,12 +91,17 @@ def find(name="grounding_fit"):
     return importlib.machinery.PathFinder.find_spec(name).origin
 
 
+def loadable(name="grounding_fit"):
+    """Return what Python's import goes by to load the extension module under a name."""
+    loader = importlib.machinery.ExtensionFileLoader(name, find())
+    return importlib.util.spec_from_loader(name, loader)
+
+
 def load(modules, name="grounding_fit", register=False):
     """Return a new copy of the extension module on these host modules."""
     with installed(modules):
-        loader = importlib.machinery.ExtensionFileLoader(name, find())
-        module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
-        loader.exec_module(module)
+        module = importlib.util.module_from_spec(loadable(name))
+        module.__loader__.exec_module(module)
     if register:
         sys.modules[name] = module
     return module

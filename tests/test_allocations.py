@@ -3,8 +3,6 @@
 import _imp
 import ctypes
 import gc
-import importlib.machinery
-import importlib.util
 import os
 import shutil
 import subprocess
@@ -17,7 +15,7 @@ from pathlib import Path
 
 import catalogue
 from differences import shortened
-from harness import find, load
+from harness import find, load, loadable
 
 try:
     import _testcapi
@@ -104,11 +102,9 @@ def make_module(found):
 
 def calls(fit):
     """Return calls of everything that the module has, and one that makes it; and what they read."""
-    loader = importlib.machinery.ExtensionFileLoader("grounding_fit", find())
-    found = importlib.util.spec_from_loader("grounding_fit", loader)
     made = [(function, *given) for function, given in catalogue.calls(fit)]
     held = catalogue.reached([given for _, *given in made])
-    return [partial(*row) for row in [*made, (make_module, found)]], held
+    return [partial(*row) for row in [*made, (make_module, loadable())]], held
 
 
 def outcome(call, arm, disarm, *when):

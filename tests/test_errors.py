@@ -55,7 +55,7 @@ class Errors(UsualHost):
                 fit.seed("a", 1, **{wrong: 2})
 
     def test_places_of_wrong_values(self):
-        late = parts([Block("f")] * 2, [("t", {})] * 3 + [("t", {"file": "f", "line": "x"})])
+        late = parts([Block("f")] * 2, [("body", {})] * 3 + [("t", {"file": "f", "line": "x"})])
         line = "parts.blocks[3][1]['line']: expected an integer, got 'x'"
         seeds = parts([Block("f", [{}, {"line_start": [1]}])])
         start = "parts.prose[0].seeds[1]['line_start']: expected an integer"

@@ -3,6 +3,7 @@
 import builtins
 import ctypes
 import gc
+import importlib.util
 import inspect
 import subprocess
 import sys
@@ -10,7 +11,7 @@ import unittest
 import weakref
 from functools import partial
 
-from harness import HOMES, Host, exchanged, load, parts
+from harness import HOMES, Host, exchanged, installed, load, loadable, parts
 
 
 def host_modules(**changes):
@@ -134,8 +135,15 @@ class Loading(unittest.TestCase):
             self.assertRaisesRegex(ImportError, "is not loaded", call)
         self.assertEqual(repr(record), "FactBlock(text='t', seeds=(), name='', key='')")
         del loaded, record, page, call, calls
-        again = load(modules)
-        del again
+        load(modules)
+        half = importlib.util.module_from_spec(loadable())
+        loader = half.__loader__
+        vars(half).clear()  # so that it goes with its last reference, without the collector
+        half.__name__ = "half"
+        del modules["workers.wiki_types"].REQUESTED_CONTEXT_HEADING
+        with installed(modules), self.assertRaisesRegex(ImportError, "needs REQUESTED"):
+            loader.exec_module(half)
+        del half
         self.assertEqual(counts(), before)
 
     def test_an_import_function_that_hides_them(self):
