@@ -84,6 +84,7 @@ def failing(fit):
         ("_fit_page_context", [answer, wrong, 30000]),
         ("_fit_page_context", [answer | {"x": [b"junk", object()]}, page, 30000]),
         ("_fit_page_context", [answer | {"prior_markdown": 3}, page, 30000]),
+        ("_fit_page_context", [{"prior_markdown": "m" * 50000}, page, 30000]),
         ("GroundingParts.seeds", [wrong]),
         ("FactBlock", [b"t"]),
         ("GroundingParts", [[], [], set(), "x"]),

@@ -116,7 +116,7 @@ def outcome(call, arm, disarm, *when):
         return None
     except Exception as error:
         disarm()
-        return type(error), str(error), type(error.__cause__)
+        return type(error), str(error), type(error.__cause__), getattr(error, "__notes__", ())
     finally:
         disarm()
     return result

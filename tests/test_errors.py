@@ -72,9 +72,12 @@ class Errors(UsualHost):
         self.check(ValueError, cases)
         words = "budget: expected an integer of at most 64 bits"
         self.check(OverflowError, [(words, within, parts(), 2**63)])
-        with self.assertRaises(KeyError) as caught:
-            context({"prior_markdown": "x" * CAP}, parts(), 1)
-        self.assertEqual(caught.exception.args, ("page_id",))
+        for function in (context, fit.explain_page_context):
+            with self.assertRaises(KeyError) as caught:
+                function({"prior_markdown": "x" * CAP}, parts(), 1)
+            self.assertEqual(caught.exception.args, ("page_id",))
+            [said] = getattr(caught.exception, "__notes__", [function.__name__])  # from 3.11 on
+            self.assertIn(function.__name__, said)
 
     def test_what_else_a_message_says(self):
         """Which utility gave the value, and how to put it right."""

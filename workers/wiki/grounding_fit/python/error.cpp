@@ -76,11 +76,6 @@ void refuse_name(fault kind, std::string_view what, text_view name) {
 
 // ---- Python's own errors ------------------------------------------------------------------------
 
-void raise_missing_key(handle key) {
-  PyErr_SetObject(PyExc_KeyError, key.get());
-  throw python_error_set{};
-}
-
 void raise_size_mismatch(std::int64_t measured, std::int64_t built) {
   raise_error(PyExc_AssertionError, "a candidate measured as %lld characters takes %lld",
               static_cast<long long>(measured), static_cast<long long>(built));
