@@ -59,14 +59,16 @@ class Host:
 
 @contextlib.contextmanager
 def installed(modules):
-    """Put modules into sys.modules for a while; packages above them as needed."""
+    """Put modules into sys.modules for a while, and the packages above them but those that are
+    given as None."""
     packages = {name: types.ModuleType(name) for name in ("workers", "workers.wiki")}
     for package in packages.values():
         package.__path__ = []
     before = {name: one for name, one in sys.modules.items() if name.split(".")[0] == "workers"}
     for name in before:
         del sys.modules[name]
-    sys.modules.update(packages | modules)
+    there = (packages | modules).items()
+    sys.modules.update({name: module for name, module in there if module})
     try:
         yield
     finally:

@@ -150,7 +150,7 @@ class Errors(UsualHost):
             armed = []
             symbol, seed, name = ({text(key): 1} for key in ("file", "line_start", "name"))
             budget = fit.SectionBudget(shares={text("k"): 1.0})
-            viewed = fit.SectionBudget(shares=types.MappingProxyType(budget.shares))
+            viewed = fit.SectionBudget(shares=types.MappingProxyType(catalogue.Odd(fail)))
             cited = parts([Block("f", [seed], key="k")])
             limited, seen = (parts(cited.prose, budget=one) for one in (budget, viewed))
             calls = [
