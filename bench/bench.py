@@ -103,7 +103,8 @@ def machine() -> str:
     told.append(f"CPython {sys.version.split()[0]}")
     command = ["git", "-C", str(ROOT), "rev-parse", "--short", "HEAD"]
     if shutil.which("git"):
-        commit = subprocess.run(command, capture_output=True, text=True).stdout.strip()
+        found = subprocess.run(command, capture_output=True, text=True, check=False)
+        commit = found.stdout.strip()
         told += [f"commit {commit}"] if commit else []
     return ", ".join(told)
 

@@ -104,7 +104,7 @@ def read_dump(dump: Path) -> Count:
 
 
 def instructions(build: str | None = None) -> dict[tuple[str, str], Count]:
-    """Return the instructions of a call by operation and page, for a build folder if one is given."""
+    """Return the instructions of a call by operation and page, of another build if one is given."""
     environment = {**os.environ, "PYTHONHASHSEED": "0"}
     if build:
         environment["PYTHONPATH"] = os.pathsep.join([build, environment["PYTHONPATH"]])
@@ -121,7 +121,7 @@ def instructions(build: str | None = None) -> dict[tuple[str, str], Count]:
         if len(dumps) != 2 * len(keys):
             raise SystemExit(f"valgrind marked {len(dumps)} stretches, not {2 * len(keys)}")
         # Every other dump leads up to the first call of a kind.
-        return {key: read_dump(dump) for key, dump in zip(keys, dumps[1::2])}
+        return {key: read_dump(dump) for key, dump in zip(keys, dumps[1::2], strict=True)}
 
 
 def main() -> None:

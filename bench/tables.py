@@ -14,9 +14,9 @@ import grounding_fit
 import instructions
 import memory
 import pages
-from pages import Library, Page
 from examples import fit_many
 from instructions import Count
+from pages import Library, Page
 from timing import clock
 
 try:
@@ -52,9 +52,10 @@ def row_text(cells: list[Cell]) -> str:
     """Return a row of a table as Markdown; fractions get one decimal."""
     shown = []
     for cell in cells:
-        if isinstance(cell, float):
-            cell = f"{cell:,.1f}"
-        shown.append(f"{cell:,}" if isinstance(cell, int) else cell)
+        if isinstance(cell, str):
+            shown.append(cell)
+        else:
+            shown.append(f"{cell:,.1f}" if isinstance(cell, float) else f"{cell:,}")
     return f"| {' | '.join(shown)} |"
 
 
@@ -234,7 +235,7 @@ def peaks() -> tuple[Table, float]:
         ["symbols/fact blocks", "texts of the answer", "module", "plain", "module/answer"],
         [
             [peak.page, peak.texts, peak.module, peak.plain, ratio]
-            for peak, ratio in zip(measured, ratios)
+            for peak, ratio in zip(measured, ratios, strict=True)
         ],
     )
     return table, max(ratios)
@@ -268,8 +269,8 @@ def profiled(counts: dict[tuple, Count]) -> Table:
         "Where the instructions go, in percent",
         "By the names of the functions, their own instructions alone, host built in. The last row "
         "estimates the least that the rules allow: whatever the module does, the host's functions "
-        "are called, every key is looked up, each text is copied or read once, and the dicts, lists "
-        f"and texts of the result are made. What remains is {', '.join(OWN_WORK)}.",
+        "are called, every key is looked up, each text is copied or read once, and the dicts, "
+        f"lists and texts of the result are made. What remains is {', '.join(OWN_WORK)}.",
         ["spent on", *(f"`{name}` {page}" for name, page in keys)],
         [*rows, ["all but the module's own work", *least]],
     )
