@@ -21,6 +21,7 @@ import instructions
 import pages
 import tables
 from instruction_tables import counted, profiled, whole_way
+from real_tokenizer import with_a_tokenizer
 from sides import Sides
 from table import Table
 from targets import targets
@@ -79,6 +80,7 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     yield table
     yield tables.one_core(in_python, seconds)
     yield tables.many_workers()
+    yield from with_a_tokenizer(library, seconds)
     table, _ = tables.scans(library, seconds / 2)
     yield table
     if args.peers:
