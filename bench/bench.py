@@ -24,6 +24,7 @@ from instruction_tables import counted, profiled, whole_way
 from real_tokenizer import with_a_tokenizer
 from sides import Sides
 from table import Table
+from tail import tail
 from targets import targets
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -79,6 +80,7 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     table, built_in_ratios = tables.times(built_in, seconds)
     yield table
     yield tables.one_core(in_python, seconds)
+    yield tail(in_python)
     yield tables.many_workers()
     yield from with_a_tokenizer(library, seconds)
     table, _ = tables.scans(library, seconds / 2)
