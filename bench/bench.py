@@ -21,6 +21,7 @@ import instructions
 import pages
 import tables
 from instruction_tables import counted, profiled, whole_way
+from peers import orjson, peers
 from real_tokenizer import with_a_tokenizer
 from sides import Sides
 from table import Table
@@ -86,7 +87,7 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     table, _ = tables.scans(library, seconds / 2)
     yield table
     if args.peers:
-        yield tables.peers(in_python, seconds)
+        yield from peers(in_python, built_in, seconds)
     table, peak = tables.peaks()
     yield table
     counts, found = counts_of(args.against, built_in_ratios)
@@ -107,7 +108,7 @@ def main() -> None:
     option = parser.add_argument
     option("--quick", action="store_true", help="fewer repeats, more noise")
     option("--markdown", type=Path, metavar="FILE", help="write the whole page into FILE")
-    option("--peers", action="store_true", help="measure orjson and json too")
+    option("--peers", action="store_true", help="measure a tokenizer, JavaScript and encoders too")
     option(
         "--against",
         type=build_folder,
@@ -115,8 +116,8 @@ def main() -> None:
         help="count another build's instructions too",
     )
     args = parser.parse_args()
-    if args.peers and not tables.orjson:
-        parser.error("--peers needs orjson in this Python")
+    if args.peers and not orjson:
+        parser.error("--peers needs orjson and msgspec in this Python")
     parts = []
     for part in measured(args):
         text = part.markdown() if isinstance(part, Table) else part

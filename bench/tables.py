@@ -16,11 +16,6 @@ from sides import Sides
 from table import Cell, Table
 from timing import clock
 
-try:
-    import orjson
-except ImportError:
-    orjson = None
-
 WIDEST = {1: ("é", "latin-1"), 2: ("—", "utf-16-le"), 4: ("😀", "utf-32-le")}
 SCANNED = [(2, size) for size in (24, 200, 2_000, 40_000, 1_000_000)]  # bytes of a character, and
 SCANNED += [(width, size) for width in (1, 4) for size in (200, 40_000)]  # how many characters
@@ -181,37 +176,3 @@ def peaks() -> tuple[Table, float]:
         ],
     )
     return table, max(ratios)
-
-
-def peers(sides: Sides, seconds: float) -> Table:
-    """Time `_json_size` beside encoders whose text is made to be counted."""
-    rows = []
-    for page in sides.pages:
-        ours = sides.calls("_json_size", page)[0]
-        by_json = partial(json.dumps, page.answer, ensure_ascii=False)
-        by_orjson = partial(orjson.dumps, page.answer)
-        if len(by_json()) != ours():
-            raise SystemExit(f"{page.name}: the standard library counts other characters")
-        own, standard, other = (
-            timing.median for timing in clock(seconds, ours, by_json, by_orjson)
-        )
-        measured = [1e6 * each for each in (own, standard, other)]
-        sizes = [ours(), len(by_orjson())]
-        rows.append([page.name, *measured, standard / own, other / own, *sizes])
-    return Table(
-        "The size of an answer beside encoders",
-        "`_json_size` counts characters of the text that `json.dumps(answer, ensure_ascii=False)` "
-        f"makes. `orjson.dumps` ({orjson.__version__}) makes UTF-8 without blanks between items: "
-        "its length is in bytes, and another one.",
-        [
-            "symbols/fact blocks",
-            "`_json_size`",
-            "`json`",
-            "`orjson`",
-            "`json` ratio",
-            "`orjson` ratio",
-            "characters",
-            "`orjson` bytes",
-        ],
-        rows,
-    )
