@@ -8,7 +8,7 @@ from dataclasses import dataclass
 from functools import partial
 from types import ModuleType
 
-WHOLE_WAY = "the whole way"
+WHOLE_WAY = "whole_way"  # the name of the function below
 PARTS_OF_IT = ("render_symbol", "symbol_seeds", "_assemble_grounding", "_fit_page_context")
 
 

@@ -86,7 +86,9 @@ def targets(counts: Counts, ratios: dict, built_in_ratios: dict, peak: float) ->
     sizes = min(ratios[SIZE, page] for page in middle)
     found = [
         *counted(counts),
-        Target(f"{WHOLE_WAY}, host built in, times as fast as plain Python, lower", "≥", 20, whole),
+        Target(
+            "the whole way, host built in, times as fast as plain Python, lower", "≥", 20, whole
+        ),
         Target(f"`{FIT}` 120/25, times as fast", "≥", 200, ratios[FIT, "120/25"], 250),
         Target(f"`{FIT}` 400/60, times as fast", "≥", 300, ratios[FIT, "400/60"], 400),
         Target(f"`{ASSEMBLE}`, host built in, times as fast, lowest", "≥", 10, lowest, 12),
