@@ -169,8 +169,8 @@ def tail(sides: Sides) -> Table:
         "Then, or right before or after the call, the other thread keeps it for the switch "
         "interval, 5 ms where nobody sets another, and longer where the system takes the processor "
         "from it. The columns on the right have the longest call of each cause; a call with "
-        "several stands under the first. What a virtual machine loses to others cannot be seen in "
-        f"it. In the last row Python's `sum` adds up {ADDED_UP:,} numbers: that is what the machine "
+        "several stands under the first. What a virtual machine loses to others cannot be seen "
+        f"in it. In the last row Python's `sum` adds up {ADDED_UP:,} numbers: so much the machine "
         "does to any call.",
         ["operation", "p50", "p99", "worst", *CAUSES],
         rows,
