@@ -88,7 +88,7 @@ bench() {
     *" --peers "*)
       pick_python
       need_venv
-      peers=$("$python" tools/toolbox.py peers orjson) || refuse "bench: no peers to measure"
+      peers=$("$python" tools/toolbox.py peers orjson msgspec tokenizers) || refuse "bench: no peers to measure"
       export CPYTHON=$peers/bin/python
       ;;
   esac
