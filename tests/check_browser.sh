@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Opens the example's page in a headless Chromium, whose script checks what it has drawn.
+# Opens the pages of the workbench in a headless Chromium, whose script checks what it has drawn.
 #
 #     check_browser.sh CHROMIUM PYTHON MODULE_FOLDER FOLDER_FOR_ITS_FILES
 set -euo pipefail
@@ -11,7 +11,7 @@ mkdir -p "$out"
 write() {
   local file=$1
   shift
-  PYTHONPATH=$module:$root PYTHONDONTWRITEBYTECODE=1 \
+  PYTHONPATH=$module:$root:$root/workbench PYTHONDONTWRITEBYTECODE=1 \
     "$python" "$root/examples/fit_repository.py" --html "$file" "$@"
 }
 

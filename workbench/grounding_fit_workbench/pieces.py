@@ -1,14 +1,17 @@
 """Fits a page on both paths, and takes each result apart with the module's report of it."""
 
-import os
-from collections.abc import Callable, Iterator
-from dataclasses import dataclass
+from __future__ import annotations
 
-import grounding_fit as fit
+from collections.abc import Iterator
+from dataclasses import dataclass
+from typing import Any
+
+from grounding_fit_workbench.module import fit, tokens_of
+from grounding_fit_workbench.page_lines import Page
 
 BLANK_LINE = "\n\n"
 QUOTES = 2  # JSON characters around a text, and around the items of a list
-Measure = Callable[[str], int]
+Report = dict[str, Any]  # of explain_page_context, or of explain_grounding
 
 
 @dataclass(frozen=True)
@@ -51,9 +54,9 @@ class Fitted:
     """What one path makes of a page, and why."""
 
     text: str  # the grounding
-    report: dict
+    report: Report
     pieces: list[Piece]  # in reading order; blank lines join them
-    answer: dict  # of the agent path; empty on the other one
+    answer: dict[str, Any]  # of the agent path; empty on the other one
     tail: int = 0  # code points of a blank line that a cut has left behind the facts
 
     def whole(self, part: str, texts: list[str]) -> set[int]:
@@ -61,13 +64,14 @@ class Fitted:
         pieces = [piece for piece in self.pieces if piece.part == part]
         return {piece.index for piece in pieces if piece.text == texts[piece.index]}
 
-    def fill(self, measure: Measure) -> list[int]:
+    def fill(self) -> list[int]:
         """Return the code points of facts, bodies, listing and blank lines, of all, and tokens."""
         lengths = dict.fromkeys(("facts", "bodies", "listing"), 0)
         for piece in self.pieces:
             lengths[piece.part] += len(piece.text)
         blank = len(BLANK_LINE) * max(0, len(self.pieces) - 1) + self.tail
-        return [*lengths.values(), blank, len(self.text), measure(self.text)]
+        tokens = tokens_of(self.text) if self.answer else self.report["size"]
+        return [*lengths.values(), blank, len(self.text), tokens]
 
 
 def symbol_name(parts: fit.GroundingParts, index: int) -> str:
@@ -84,10 +88,22 @@ def code_pieces(parts: fit.GroundingParts, bodies: int, listed: int) -> Iterator
         yield Piece("listing", bodies, listing)
 
 
+def common_length(one: str, other: str) -> int:
+    """Return how many code points two texts have in common from their start on."""
+    least, most = 0, min(len(one), len(other))
+    while least < most:
+        middle = (least + most + 1) // 2
+        if one[least:middle] == other[least:middle]:
+            least = middle
+        else:
+            most = middle - 1
+    return least
+
+
 def cut_pieces(parts: fit.GroundingParts, cut: str) -> Iterator[Piece]:
     """Yield the fact blocks that stand in a cut fact text; the last one may be cut."""
     told = [(index, block.text) for index, block in enumerate(parts.prose) if block.text]
-    same = len(os.path.commonprefix([BLANK_LINE.join(text for _, text in told), cut]))
+    same = common_length(BLANK_LINE.join(text for _, text in told), cut)
     start = 0
     for index, text in told:
         end = start + len(text)
@@ -97,11 +113,14 @@ def cut_pieces(parts: fit.GroundingParts, cut: str) -> Iterator[Piece]:
         start = end + len(BLANK_LINE)
 
 
-def fit_api(parts: fit.GroundingParts, budget: int) -> Fitted:
-    """Fit a page to a budget in tokens on the API path."""
-    (text, *_), report = fit.explain_grounding(parts, budget)
+def fit_api(page: Page) -> Fitted:
+    """Fit a page on the API path."""
+    parts = page.parts
+    (text, *_), told = fit.explain_grounding(parts, page.budget)
+    report: Any = told
     symbols = report["symbols"]
-    code = list(code_pieces(parts, symbols["bodies"], symbols["listed"]))
+    shown = code_pieces(parts, symbols["bodies"], symbols["listed"])
+    code = [piece for piece in shown if piece.text]  # an answer shows empty ones, a grounding not
     cut = text
     if code:
         below = BLANK_LINE.join(piece.text for piece in code)
@@ -111,9 +130,11 @@ def fit_api(parts: fit.GroundingParts, budget: int) -> Fitted:
     return Fitted(text, report, [*facts, *code], {}, tail)
 
 
-def fit_agent(given: dict, parts: fit.GroundingParts, budget: int) -> Fitted:
+def fit_agent(page: Page) -> Fitted:
     """Fit a page's answer, which may hold all of its blocks, on the agent path."""
-    answer, report = fit.explain_page_context(given, parts, budget)
+    parts = page.parts
+    answer, told = fit.explain_page_context(page.answer, parts, page.budget)
+    report: Any = told
     kept = [True] * len(parts.prose)
     bodies = len(parts.blocks)
     listed = 0
@@ -127,13 +148,14 @@ def fit_agent(given: dict, parts: fit.GroundingParts, budget: int) -> Fitted:
         if kept[index] and block.text
     ]
     pieces = [*facts, *code_pieces(parts, bodies, listed)]
-    return Fitted(answer["grounding"], report, pieces, answer)
+    return Fitted(str(answer.get("grounding", "")), report, pieces, answer)
 
 
-def fact_rows(parts: fit.GroundingParts, report: dict) -> list[dict]:
+def fact_rows(parts: fit.GroundingParts, report: Report) -> list[Report]:
     """Return what a page report says of each fact block; of an answer that fitted, its sizes."""
     if "facts" in report:
-        return report["facts"]
+        rows: list[Report] = report["facts"]
+        return rows
     return [
         {
             "label": block.label(),
@@ -160,22 +182,22 @@ def piece_name(parts: fit.GroundingParts, piece: Piece) -> str:
     return symbol_name(parts, piece.index) if piece.part == "bodies" else "the listing"
 
 
-def api_segments(parts: fit.GroundingParts, fitted: Fitted, measure: Measure) -> list[Segment]:
+def api_segments(parts: fit.GroundingParts, fitted: Fitted) -> list[Segment]:
     """Return what each piece adds to the estimate of the text up to it: facts, listing, bodies."""
     segments = []
     end = 0
-    before = measure("")
+    before = tokens_of("")
     last_fact = sum(piece.part == "facts" for piece in fitted.pieces) - 1
     for at, piece in enumerate(fitted.pieces):
         end += len(piece.text) + (fitted.tail if at == last_fact else 0)
-        tokens = measure(fitted.text[:end])
+        tokens = tokens_of(fitted.text[:end])
         segments.append(Segment(piece.part, piece_name(parts, piece), tokens - before))
         before = tokens
         end += len(BLANK_LINE)
     return sorted(segments, key=lambda each: each.part == "bodies")
 
 
-def seeds_size(seeds: list) -> int:
+def seeds_size(seeds: list[Any]) -> int:
     """Return the JSON characters of seeds and of the commas between them and behind them."""
     return fit._json_size(seeds) - QUOTES + len(", ") if seeds else 0
 
@@ -208,10 +230,10 @@ def agent_segments(parts: fit.GroundingParts, fitted: Fitted) -> list[Segment]:
     return [other, *facts, *noted, *listing, *bodies]
 
 
-def api_bar(parts: fit.GroundingParts, fitted: Fitted, measure: Measure) -> Bar:
+def api_bar(parts: fit.GroundingParts, fitted: Fitted) -> Bar:
     """Return the bar of the API path."""
     report = fitted.report
-    segments = api_segments(parts, fitted, measure)
+    segments = api_segments(parts, fitted)
     share = max(0, report["share"])
     return Bar("API path", "tokens", report["budget"], segments, "the code's share", share)
 

@@ -1,22 +1,39 @@
 """Says in words what the reports of a page decide, and by how much."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Iterator
 
-import grounding_fit as fit
-from examples.pieces import QUOTES, Fitted, symbol_name
+from grounding_fit_workbench.module import fit
+from grounding_fit_workbench.pieces import QUOTES, Fitted, Report, symbol_name
 
 
-def policy_line(page: str, policy: fit.SectionBudget) -> str:
-    """Return what a page type's policy is; sizes are code points, shares are of the room."""
-    shares = [f"{key} at most {share:.0%} of the room" for key, share in policy.shares.items()]
+def fields_of(policy: fit.SectionBudget) -> tuple[object, ...]:
+    """Return what a policy says, whatever containers say it."""
+    sizes = policy.readme_chars, policy.document_chars
+    return list(policy.first), dict(policy.shares), *sizes
+
+
+def part_of(share: object) -> str:
+    """Return a share in words, also one that no page has met yet and that is no number."""
+    return f"{share:.0%}" if isinstance(share, float) else repr(share)
+
+
+def policy_line(page_type: str, policy: fit.SectionBudget) -> str:
+    """Return what a page's policy is; sizes are code points, shares are of the room."""
+    shares = [f"{key} at most {part_of(share)} of the room" for key, share in policy.shares.items()]
     texts = [f"README up to {policy.readme_chars:,}", f"documents up to {policy.document_chars:,}"]
-    first = f"kept first: {', '.join(policy.first) or 'none'}"
-    own = "its own" if page in fit._BUDGETS else "the default"
-    return f"policy of {page!r} ({own}): {', '.join([first, *shares, *texts])} code points"
+    first = f"kept first: {', '.join(map(str, policy.first)) or 'none'}"
+    of_type = fit._BUDGETS.get(page_type, fit._DEFAULT_BUDGET)
+    own = "its own" if page_type in fit._BUDGETS else "the default"
+    if fields_of(policy) != fields_of(of_type):
+        own = "the host's"
+    named = f" of {page_type!r}" if page_type else ""
+    return f"policy{named} ({own}): {', '.join([first, *shares, *texts])} code points"
 
 
-def fact_reason(fact: dict) -> str:
+def fact_reason(fact: Report, report: Report) -> str:
     """Return what a block that was left out lacked, and what its seeds had to do with it.
 
     Sizes are JSON characters.
@@ -26,18 +43,22 @@ def fact_reason(fact: dict) -> str:
         return ""
     seeds = fact["citable_seeds"]
     reason = "with it the answer would not leave the room that is reserved for code"
+    if report["reserve"] <= 0:
+        reason = "with it the answer would pass its cap, and nothing is reserved for code"
     enough = "it would fit"
     if fact["verdict"] == "over its share":
         seeds = fact["seeds"] - QUOTES
         limit = math.floor(fact["share"])
         reason = f"{fact['key']} blocks have used {fact['share_used']:,} of {limit:,}"
         enough = "it would be within its share"
+    if not seeds:
+        return f"{reason}; it is {short:,} over"
     if short <= seeds:
         return f"{reason}; without its {seeds:,} of seeds {enough}"
     return f"{reason}; even without its {seeds:,} of seeds it is {short - seeds:,} over"
 
 
-def api_reasons(parts: fit.GroundingParts, report: dict) -> Iterator[str]:
+def api_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
     """Yield why the API path kept what it did of the facts and of the bodies, in tokens."""
     facts = report["facts"]
     code = report["code"]
@@ -61,7 +82,7 @@ def api_reasons(parts: fit.GroundingParts, report: dict) -> Iterator[str]:
     yield from body_reasons(parts, report["symbols"], share)
 
 
-def body_reasons(parts: fit.GroundingParts, symbols: dict, share: str) -> Iterator[str]:
+def body_reasons(parts: fit.GroundingParts, symbols: Report, share: str) -> Iterator[str]:
     """Yield what kept the next body out, and by how much."""
     stop = symbols["stopped_by"]
     if stop == "nothing":
@@ -78,7 +99,7 @@ def body_reasons(parts: fit.GroundingParts, symbols: dict, share: str) -> Iterat
         yield f"The cap stops the bodies: with that of {name}{noted} it is passed by {short:,}."
 
 
-def agent_reasons(parts: fit.GroundingParts, report: dict) -> Iterator[str]:
+def agent_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
     """Yield what decided the answer of the agent path, in JSON characters."""
     given = f"{report['given']:,} characters were given"
     if report["outcome"] == "fits":
@@ -95,7 +116,7 @@ def agent_reasons(parts: fit.GroundingParts, report: dict) -> Iterator[str]:
         yield from body_reasons(parts, report["symbols"], "the code's share of the budget")
 
 
-def api_warnings(report: dict) -> Iterator[str]:
+def api_warnings(report: Report) -> Iterator[str]:
     """Yield why a grounding passes its budget, in tokens."""
     if report["over"]:
         code = f"bodies {report['used']:,} and listing {report['code'] - report['used']:,}"
@@ -111,7 +132,7 @@ def agent_warnings(parts: fit.GroundingParts, fitted: Fitted) -> Iterator[str]:
     if report["outcome"] != "over the cap":
         return
     kept = [fact for fact in report["facts"] if fact["kept"]]
-    sizes = {}
+    sizes: dict[str, int] = {}
     for fact in kept:
         size = fact["text"] - QUOTES + (fact["citable_seeds"] or 0)
         sizes[fact["label"]] = sizes.get(fact["label"], 0) + size
@@ -120,7 +141,7 @@ def agent_warnings(parts: fit.GroundingParts, fitted: Fitted) -> Iterator[str]:
     excess = report["size"] - report["cap"]
     cause = f"the fields that are not fitted and the note take {fields:,}"
     if facts > fields:
-        widest = max(sizes, key=sizes.get)
+        widest = max(sizes, key=lambda label: sizes[label])
         cause = f"{widest} takes {sizes[widest]:,} with its seeds"
     yield (
         f"facts and fields alone pass the cap by {excess:,} characters, so no code is shown: "

@@ -364,15 +364,14 @@ function listen(drawing) {
 
 // --- tables ---
 
-const spoken = (runs) =>
-  runs
-    .map(([from, to]) => [budgets[from], budgets[to]].map(number))
-    .map(([from, to]) => (from === to ? from : `${from}–${to}`))
-    .join(", ") || "none of the run";
+const spokenRun = ([from, to]) =>
+  to === null ? `${number(from)} on` : from === to ? number(from) : `${number(from)}–${number(to)}`;
+const spoken = (runs) => runs.map(spokenRun).join(", ") || "no budget";
 
-// The budgets of the run at which something stands, as a strip and in words.
+// The budgets with which something stands, as a strip as far as the charts reach, and in words.
 function runsCell(runs, look) {
-  const across = (at) => along(budgets[at], budgets.length) * 140;
+  const across = (budget) =>
+    along(Math.min(Math.max(budget ?? Infinity, budgets[0]), last(budgets)), budgets.length) * 140;
   const strip = svg("svg", { class: "strip", viewBox: "0 0 140 9", "aria-hidden": "true" });
   strip.append(svg("rect", { width: 140, height: 9, class: "free" }));
   for (const [from, to] of runs) {
@@ -380,12 +379,11 @@ function runsCell(runs, look) {
     strip.append(svg("rect", { x: across(from), width, height: 9, class: look }));
   }
   const cell = html("td", { class: "runs" }, strip);
-  const whole = runs.length === 1 && runs[0][0] === 0 && runs[0][1] === budgets.length - 1;
+  const whole = runs.length === 1 && runs[0][0] === 0 && runs[0][1] === null;
   if (runs.length <= 3) {
     cell.append(html("small", {}, whole ? "all" : spoken(runs)));
   } else {
-    const ends = `${number(budgets[runs[0][0]])}–${number(budgets[last(runs)[1]])}`;
-    const text = `${runs.length} stretches in ${ends}`;
+    const text = `${runs.length} stretches in ${spokenRun([runs[0][0], last(runs)[1]])}`;
     cell.append(html("small", told(spoken(runs)), text));
   }
   return cell;
@@ -430,10 +428,16 @@ function checkTable(body, id, rows) {
   check(names.length === rows.length && opens, `each row of ${id} opens its text`);
 }
 
-function factRow({ report, text, tokens, api, reason, runs }) {
+const advised = (advice) => [
+  ...(advice?.changes ?? []).map(({ words }) => html("small", {}, `+ ${words}`)),
+  ...(advice?.refused ?? []).map((words) => html("small", {}, `− ${words}`)),
+];
+
+function factRow({ report, text, tokens, api, reason, advice, runs }) {
   const always = pinned.has(report.label) ? "always kept on the agent path" : "";
   const why = html("td", { class: "why" }, state(report.verdict, report.kept ? "kept" : "lost"));
   if (reason) why.append(html("small", {}, reason));
+  why.append(...advised(advice));
   const half = api === "cut" ? "half" : "lost";
   return {
     name: report.label,
@@ -461,7 +465,7 @@ function symbolRow({ name, text, tokens, least, api, agent, runs }, rank) {
     cells: [
       count(tokens),
       html("td", {}, state(api, looks[api])),
-      least ? count(least) : html("td", { class: "number" }, "any"),
+      least === 0 ? html("td", { class: "number" }, "any") : count(least),
       html("td", {}, state(agent, looks[agent])),
       runsCell(runs[0], "bodies"),
     ],
@@ -524,6 +528,10 @@ fillTable(
   ].map(([name, look]) => [name, look ?? null]),
   data.symbols.map(symbolRow),
 );
+if (data.next_body) {
+  const body = document.getElementById("next-body");
+  body.append(`For the body of ${data.next_body.what}:`, ...advised(data.next_body));
+}
 check(budgets.length >= 200, "the run has 200 budgets");
 check(data.symbols.every(({ least }, at, all) => !at || least >= all[at - 1].least), "least budgets grow");
 check(!performance.getEntriesByType("resource").length, "nothing is fetched");

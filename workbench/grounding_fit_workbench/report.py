@@ -1,70 +1,62 @@
-"""Draws on a terminal where the room of a fitted page went, and why."""
+"""Draws on a terminal where the room of a fitted page went, why, and what would have kept more."""
 
-import os
-import sys
-import textwrap
+from __future__ import annotations
+
 from collections.abc import Iterable
-from dataclasses import dataclass
 
-import grounding_fit as fit
-from examples import reasons
-from examples.pieces import (
+from grounding_fit_workbench import reasons
+from grounding_fit_workbench.cases import Advice
+from grounding_fit_workbench.module import fit, tokens_of
+from grounding_fit_workbench.page_lines import Page
+from grounding_fit_workbench.pieces import (
     Bar,
     Fitted,
-    Measure,
+    Report,
     Segment,
     agent_bar,
     api_bar,
     fact_rows,
+    fit_agent,
+    fit_api,
     symbol_name,
 )
+from grounding_fit_workbench.remedies import advice
+from grounding_fit_workbench.terminal import (
+    INKS,
+    cell,
+    drawn,
+    print_entries,
+    say,
+    width,
+)
 
-WIDTH = 98  # columns
-NAME_WIDTH = 50
 NAMED_SYMBOLS = 10  # of each outcome
+MOST_NAME = 60  # columns of a fact block's name
 INDENT = " " * 5
 
 
-@dataclass(frozen=True)
-class Ink:
-    """How a part of a bar is drawn: a letter, or on a terminal a colour by its number."""
-
-    letter: str
-    meaning: str
-    colour: int
+Whole = tuple[Fitted, Fitted, list[Advice]]  # on the API path, on the agent path, what would keep
 
 
-INKS = {
-    "other": Ink("O", "other fields", 97),
-    "facts": Ink("F", "facts", 32),
-    "seeds": Ink("S", "seeds of facts", 37),
-    "note": Ink("N", "note", 167),
-    "listing": Ink("L", "listing", 178),
-    "bodies": Ink("B", "bodies", 71),
-    "body seeds": Ink("C", "seeds of bodies", 65),
-    "free": Ink(".", "free", 238),
-}
+def fit_whole(page: Page) -> Whole:
+    """Fit a page on both paths, and find what would have kept more."""
+    return fit_api(page), fit_agent(page), advice(page)
 
 
-def say(text: str) -> None:
-    """Print a sentence, wrapped."""
-    lines = textwrap.wrap(text, WIDTH - 2, break_on_hyphens=False, break_long_words=False)
-    print(*(f"  {line}".replace("\xa0", " ") for line in lines), sep="\n")
-
-
-def drawn(part: str, count: int = 1) -> str:
-    """Return cells of a part: its letter, or its colour on a terminal."""
-    ink = INKS[part]
-    if os.environ.get("NO_COLOR") or not sys.stdout.isatty():
-        return ink.letter * count
-    return f"\x1b[48;5;{ink.colour}m{' ' * count}\x1b[0m"
+def print_page(page: Page, fitted: Whole, head: Iterable[str]) -> None:
+    """Print what both paths make of a page, and what would have kept more on the agent path."""
+    for line in head:
+        say(line, "")
+    api, agent, found = fitted
+    print_api(page, api)
+    print_agent(page, agent, found)
 
 
 def bar_cells(sizes: Iterable[int], scale: float) -> list[int]:
     """Share the bar out: what has a size gets a cell, the widest takes the rounding."""
     cells = [max(1, round(size * scale)) if size else 0 for size in sizes]
     widest = max(reversed(range(len(cells))), key=cells.__getitem__)
-    cells[widest] += WIDTH - sum(cells)
+    cells[widest] += width() - sum(cells)
     return cells
 
 
@@ -73,25 +65,25 @@ def print_bar(bar: Bar) -> None:
     free = max(0, bar.room - bar.total)
     state = f"{bar.total - bar.room:,} OVER" if bar.total > bar.room else f"{free:,} free"
     print(f"\n{bar.title}: {bar.total:,} of {bar.room:,} {bar.unit}, {state}")
-    scale = WIDTH / max(bar.total, bar.room, 1)
+    scale = width() / max(bar.total, bar.room, 1)
     sizes = dict.fromkeys(INKS, 0)
     for segment in [*bar.segments, Segment("free", "", free)]:
         sizes[segment.part] += segment.size
     cells = bar_cells(sizes.values(), scale)
     print("".join(drawn(part, count) for part, count in zip(sizes, cells)))
     legend = [
-        f"{drawn(part)} {INKS[part].meaning} {size:,}" for part, size in sizes.items() if size
+        (drawn(part), f"{INKS[part].meaning} {size:,}") for part, size in sizes.items() if size
     ]
     if bar.reserve:
         start = round(max(0, bar.room - bar.reserve) * scale)
         print(" " * start + "/" * (round(bar.room * scale) - start))
-        legend.append(f"/ {bar.reserved} {bar.reserve:,}")
-    say("  ".join(entry.replace(" ", "\xa0") for entry in legend))
+        legend.append(("/", f"{bar.reserved} {bar.reserve:,}"))
+    print_entries(legend)
 
 
-def shares_used(facts: list[dict]) -> dict[str, tuple[int, float]]:
+def shares_used(facts: list[Report]) -> dict[str, tuple[int, float]]:
     """Return the JSON characters used and the limit of each kind that has a share."""
-    used = {}
+    used: dict[str, tuple[int, float]] = {}
     for fact in facts:
         if fact.get("share") is not None:
             before, limit = used.get(fact["key"], (0, fact["share"]))
@@ -99,13 +91,13 @@ def shares_used(facts: list[dict]) -> dict[str, tuple[int, float]]:
     return used
 
 
-def print_shares(facts: list[dict], scale: float) -> None:
+def print_shares(facts: list[Report], scale: float) -> None:
     """Print a bar for each kind of block that has a share, its limit as a tick, to scale."""
     for key, (used, limit) in shares_used(facts).items():
-        tick = min(WIDTH - 1, max(0, round(limit * scale)))
+        tick = int(min(width() - 1, max(0, limit * scale)))
         cells = max(1, round(used * scale)) if used else 0
-        line = "=" * min(cells, tick) + " " * (tick - cells) + "|" + "=" * (cells - tick - 1)
-        print(f"{line} {key}: {used:,} used of its share of {limit:,.0f}")
+        print("=" * min(cells, tick) + " " * (tick - cells) + "|" + "=" * (cells - tick - 1))
+        say(f"| {key}: {used:,} used of its share of {limit:,.0f}")
 
 
 def print_words(warnings: Iterable[str], told: Iterable[str]) -> None:
@@ -116,7 +108,7 @@ def print_words(warnings: Iterable[str], told: Iterable[str]) -> None:
         say(reason)
 
 
-def print_symbols(parts: fit.GroundingParts, symbols: dict) -> None:
+def print_symbols(parts: fit.GroundingParts, symbols: Report) -> None:
     """Print the symbols of each outcome, by name, with their ranks."""
     bodies = symbols["bodies"]
     shown = bodies + symbols["listed"]
@@ -134,22 +126,23 @@ def print_symbols(parts: fit.GroundingParts, symbols: dict) -> None:
         if last - first > len(names):
             names.append(f"and {last - first - len(names):,} more")
         ranks = f"symbols {first + 1:,}-{last:,}" if last > first + 1 else f"symbol {last:,}"
-        text = f"{ranks} {outcome}: {', '.join(names)}"
-        lines = textwrap.wrap(text, WIDTH - 5, break_on_hyphens=False, break_long_words=False)
-        print(f"{drawn(part)}    " + f"\n{INDENT}".join(lines))
+        print(drawn(part), end="")
+        say(f"{ranks} {outcome}: {', '.join(names)}", INDENT, len(INDENT) - 1)
 
 
-def name_cell(name: str) -> str:
-    """Return a name as wide as its column."""
-    return f"{name[: NAME_WIDTH - 3]}..." if len(name) > NAME_WIDTH else f"{name:<{NAME_WIDTH}}"
+def print_row(mark: str, name: str, cells: str) -> None:
+    """Print the row of a fact block: its name takes what its numbers leave of the width."""
+    room = min(MOST_NAME, width() - len(INDENT) - len(cells) - 2)
+    print(f"{mark}{cell(name, room)} {cells}")
 
 
-def print_api(parts: fit.GroundingParts, fitted: Fitted, measure: Measure) -> None:
+def print_api(page: Page, fitted: Fitted) -> None:
     """Print what the API path made of a page, in tokens."""
-    bar = api_bar(parts, fitted, measure)
+    parts = page.parts
+    bar = api_bar(parts, fitted)
     print_bar(bar)
     print_words(reasons.api_warnings(fitted.report), reasons.api_reasons(parts, fitted.report))
-    print(f"{INDENT}{name_cell('fact block')} {'':<14}{'tokens':>9}{'of':>9}")
+    print_row(INDENT, "fact block", f"{'':<14}{'tokens':>9}{'of':>9}")
     facts = [piece.index for piece in fitted.pieces if piece.part == "facts"]
     sizes = dict(zip(facts, bar.segments))
     whole = fitted.whole("facts", [block.text for block in parts.prose])
@@ -158,34 +151,54 @@ def print_api(parts: fit.GroundingParts, fitted: Fitted, measure: Measure) -> No
         outcome = "left out"
         if size:
             outcome = "whole" if index in whole else "cut"
-        ink = drawn("facts") if size else " "
-        cells = f"{outcome:<14}{size:>9,}{measure(block.text):>9,}"
-        print(f"{ink}    {name_cell(block.label())} {cells}")
+        mark = f"{drawn('facts') if size else ' '}    "
+        print_row(mark, block.label(), f"{outcome:<14}{size:>9,}{tokens_of(block.text):>9,}")
     print_symbols(parts, fitted.report["symbols"])
 
 
-def print_agent(parts: fit.GroundingParts, fitted: Fitted) -> None:
-    """Print what the agent path made of a page, in JSON characters."""
+def print_agent(page: Page, fitted: Fitted, found: list[Advice]) -> None:
+    """Print what the agent path made of a page, in JSON characters, and what would keep more."""
     report = fitted.report
+    parts = page.parts
     print_bar(agent_bar(parts, fitted))
     facts = fact_rows(parts, report)
-    print_shares(facts, WIDTH / max(report["size"], report["cap"]))
+    print_shares(facts, width() / max(report["size"], report["cap"]))
     print_words(reasons.agent_warnings(parts, fitted), reasons.agent_reasons(parts, report))
-    print(f"{INDENT}{name_cell('fact block')} {'':<14}{'text':>9}{'seeds':>9}{'short by':>9}")
-    for fact in facts:
-        print_fact(fact)
+    if found:
+        say(
+            "Below what is left out: + what alone would keep it, - what alone would not; all tried."
+        )
+    of_fact = {each.index: each for each in found if not each.is_body}
+    print_row(INDENT, "fact block", f"{'':<14}{'text':>9}{'seeds':>9}{'short by':>9}")
+    for index, fact in enumerate(facts):
+        print_fact(fact, report)
+        print_advice(of_fact.get(index))
     everything = {"bodies": len(parts.blocks), "listed": 0, "total": len(parts.blocks)}
     print_symbols(parts, report.get("symbols", everything))
+    for each in found:
+        if each.is_body:
+            say(f"For the body of {each.what}:", INDENT)
+            print_advice(each)
     say(f"truncated: {fitted.answer.get('truncated', 'no')}")
 
 
-def print_fact(fact: dict) -> None:
+def print_fact(fact: Report, report: Report) -> None:
     """Print the row of a fact block of an answer, and why it was left out."""
     ink = drawn("facts") if fact["kept"] else " "
     mark = "*" if fact["verdict"] in ("always kept", "kept first") else " "
     cells = f"{fact['verdict']:<14}{fact['text']:>9,}{fact['seeds']:>9,}"
+    short = ""
     if not fact["kept"]:
-        cells += f"{'unknown' if fact['short_by'] is None else format(fact['short_by'], ','):>9}"
-    print(f"{ink} {mark}  {name_cell(fact['label'])} {cells}")
-    for line in textwrap.wrap(reasons.fact_reason(fact), WIDTH - 7):
-        print(f"{INDENT}  {line}")
+        short = "unknown" if fact["short_by"] is None else f"{fact['short_by']:,}"
+    print_row(f"{ink} {mark}  ", fact["label"], f"{cells}{short:>9}")
+    say(reasons.fact_reason(fact, report), INDENT + "  ")
+
+
+def print_advice(found: Advice | None) -> None:
+    """Print what would keep something, and what would not."""
+    if found is None:
+        return
+    for change in found.changes:
+        say(f"+ {change}", INDENT + "  ")
+    for words in found.refused:
+        say(f"- {words}", INDENT + "  ")
