@@ -39,15 +39,15 @@ bool fits_as_it_is(page_fit& fit, handle result, original_answer& original, meas
 bool fits_without_prior(page_fit& fit, const module_state& state, original_answer& original,
                         const owned& prior) {
   using enum new_answer::fitted_fields;
-  const note_item items[] = {note_item(py::view_of(prior))};
-  fit.note.chars = cap_note_size(items, 1, note_end::plain);
+  const left_out items(prior, 0);
+  fit.note.chars = items.note_size({}, note_end::plain);
   fit.size = new_answer(state, original, carried_over).size() + fit.note.chars;
   if (!fits(fit.size)) return false;  // by a lower bound
   original.measure_all();
   const new_answer whole(state, original, carried_over);
   fit.size = whole.size() + fit.note.chars;
   if (!fits(fit.size)) return false;
-  fit.note.text = cap_note(items, 1, note_end::plain);
+  fit.note.text = items.note({}, note_end::plain);
   fit.answer = whole.build(fit.note.text);
   fit.outcome = fit_outcome::fits_without_prior;
   return true;
@@ -190,52 +190,6 @@ code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, mea
 
 // ---- 7. The real note ---------------------------------------------------------------------------
 
-// What the note says was left out: the prior markdown, the code, the fact blocks. Only the item of
-// the code changes with the code that is shown, so the others are sized once.
-class left_out {
- public:
-  left_out(const owned& prior, const page_facts& facts, const std::vector<fact_decision>& decisions,
-           std::size_t symbols)
-      : symbols_(symbols) {
-    if (prior) prior_.emplace(py::view_of(prior));
-    labels_.reserve(k_note_items);
-    named_facts_.reserve(k_note_items);
-    for (std::size_t i = 0; i < decisions.size(); ++i) {
-      if (stays(decisions[i].outcome) || ++facts_ > k_note_items) continue;
-      labels_.push_back(facts.block(i).label());
-      named_facts_.emplace_back(py::view_of(labels_.back()));
-    }
-  }
-
-  std::int64_t note_size(code_amount code, note_end end) const {
-    return note(code, end, cap_note_size);
-  }
-  owned note(code_amount code, note_end end) const { return note(code, end, cap_note); }
-
- private:
-  template <class Made>
-  Made note(code_amount code, note_end end,
-            Made (*make)(std::span<const note_item>, std::size_t, note_end)) const {
-    const owned cut =
-        code_cut(static_cast<std::int64_t>(code.bodies), static_cast<std::int64_t>(code.listed),
-                 static_cast<std::int64_t>(symbols_));
-    std::vector<note_item> named;
-    named.reserve(k_note_items);
-    if (prior_) named.push_back(*prior_);
-    if (cut) named.emplace_back(py::view_of(cut));
-    const std::size_t items = named.size() + facts_;
-    const std::size_t room = std::min(k_note_items - named.size(), named_facts_.size());
-    named.insert(named.end(), named_facts_.begin(), named_facts_.begin() + room);
-    return make(named, items, end);
-  }
-
-  std::size_t symbols_;
-  std::size_t facts_ = 0;
-  std::optional<note_item> prior_;
-  std::vector<owned> labels_;
-  std::vector<note_item> named_facts_;
-};
-
 // Where the real note is longer than its placeholder, what is lowest ranked comes off until it
 // fits: bodies first, each of which then heads the listing, and then lines.
 void shrink_for_note(page_fit& fit, const left_out& items, rebuilt_answer& answer,
@@ -291,7 +245,10 @@ page_fit fit_page_context(const module_state& state, handle result, grounding_pa
   fit.chosen = choose_facts(state, parts, facts, answer, how);
   fit.code = most_code(answer, symbols, how);
   fit.outcome = fit_outcome::rebuilt;
-  const left_out items(prior, facts, fit.chosen.facts, symbols.count());
+  left_out items(prior, symbols.count());
+  for (std::size_t i = 0; i < facts.count(); ++i) {
+    if (!stays(fit.chosen.facts[i].outcome)) items.add(facts.block(i));
+  }
   shrink_for_note(fit, items, answer, symbols);
   const note_end end = end_of_note(fit, items);
   fit.note.text = items.note(fit.code.amount, end);

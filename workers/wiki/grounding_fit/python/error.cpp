@@ -40,9 +40,8 @@ std::string description(handle value) {
 void bad_value::prepend(step here) {
   if (kind == fault::recursion) return;  // its place would be as long as it is deep
   if (here.form == step::form::key) return prepend_key(here.text);
-  const bool is_index = here.form == step::form::index;
-  const std::string first =
-      is_index ? "[" + std::to_string(here.index) + "]" : std::string(here.text);
+  std::string first(here.text);
+  if (here.form == step::form::index) first.append("[").append(std::to_string(here.index)) += ']';
   // An index, a key or a dotted name is a part of what stands before it; other words are not.
   const bool a_part = place.empty() || place[0] == '[' || place[0] == '.' || first.back() == '.';
   place = first + (a_part ? "" : ": ") + place;
@@ -50,13 +49,14 @@ void bad_value::prepend(step here) {
 
 void bad_value::prepend_key(text_view key) {
   if (kind == fault::recursion) return;
-  const std::string here = "[" + quoted(key) + "]";
+  std::string here("[");
+  here.append(quoted(key)) += ']';
   prepend(std::string_view(here));
 }
 
 owned bad_value::message(std::string_view led_by) const {
   std::string text(led_by);
-  text += ": " + place + (place.empty() ? "" : ": ") + what;
+  text.append(": ").append(place).append(place.empty() ? "" : ": ").append(what);
   return owned::steal(
       PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace"));
 }
