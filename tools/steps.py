@@ -84,6 +84,8 @@ def stub() -> None:
     run(python, program, cwd=place, PYTHONPATH=beside)
     mypy = [python, "-m", "mypy", "--strict", "--warn-unused-ignores"]
     run(*mypy, program, cwd=place, MYPYPATH=place / "beside")
+    workbench = f"{place / 'beside'}:{ROOT / 'workbench'}"
+    run(*mypy, "-p", "grounding_fit_workbench", cwd=place, MYPYPATH=workbench)
     run(*mypy, hosted, cwd=place, MYPYPATH=place / "host")
     run(*mypy, "--python-executable", place / "venv/bin/python", program, cwd=place)
     # Without any of them it is not found, so the three above were.

@@ -55,7 +55,8 @@ def try_wheel(tools: Path, work: Path, wheel: Path) -> None:
     """Install the wheel, run the tests on it, and have type checkers find its stub."""
     python = work / "venv/bin/python"
     run(python, "-m", "pip", "install", "--quiet", "--no-index", "--no-deps", wheel)
-    tests = {"PYTHONPATH": f"{ROOT / 'tests'}:{ROOT}", "PYTHONDONTWRITEBYTECODE": "1"}
+    path = f"{ROOT / 'tests'}:{ROOT}:{ROOT / 'workbench'}"
+    tests = {"PYTHONPATH": path, "PYTHONDONTWRITEBYTECODE": "1"}
     run(python, "-c", ORIGIN, cwd=work, **tests)
     for module in sorted((ROOT / "tests").glob("test_*.py")):
         run(python, "-m", "unittest", module.stem, cwd=work, **tests)
