@@ -5,6 +5,7 @@
 Ends with status 77 where no tree can be made.
 """
 
+import fcntl
 import shutil
 import subprocess
 import sys
@@ -12,40 +13,36 @@ import time
 import urllib.request
 from collections.abc import Callable
 from pathlib import Path
-from typing import NoReturn
 
-from toolbox import BUILD, ROOT, run
+from toolbox import BUILD, ROOT, cannot, run
 
 MIRROR = "http://deb.debian.org/debian"
 FRESH_SECONDS = 28 * 24 * 3600
-
-
-def cannot(why: str) -> NoReturn:
-    """End, for what is asked cannot be done here."""
-    print(why)
-    sys.exit(77)
 
 
 def debootstrap(
     place: Path, suite: str, *options: str, finish: Callable[[Path], None] = lambda made: None
 ) -> None:
     """Make a tree and finish it, unless it was made in the last weeks."""
-    stamp = place.with_name(f"{place.name}.made")
-    if stamp.exists() and time.time() - stamp.stat().st_mtime < FRESH_SECONDS:
-        return
-    try:
-        urllib.request.urlopen(f"{MIRROR}/dists/{suite}/InRelease", timeout=60).close()
-    except OSError as error:
-        cannot(f"{MIRROR}: {error}")
-    made = place.with_name(f"{place.name}.new")
-    shutil.rmtree(made, ignore_errors=True)
-    made.mkdir(parents=True)
-    run("debootstrap", "--variant=minbase", *options, suite, made, MIRROR)
-    finish(made)
-    stamp.unlink(missing_ok=True)
-    shutil.rmtree(place, ignore_errors=True)
-    made.rename(place)
-    stamp.touch()
+    place.parent.mkdir(parents=True, exist_ok=True)
+    with open(f"{place}.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        stamp = place.with_name(f"{place.name}.made")
+        if stamp.exists() and time.time() - stamp.stat().st_mtime < FRESH_SECONDS:
+            return
+        try:
+            urllib.request.urlopen(f"{MIRROR}/dists/{suite}/InRelease", timeout=60).close()
+        except OSError as error:
+            cannot(f"{MIRROR}: {error}")
+        made = place.with_name(f"{place.name}.new")
+        shutil.rmtree(made, ignore_errors=True)
+        command = ["debootstrap", "--variant=minbase", *options, suite, made, MIRROR]
+        subprocess.run(command, stdout=sys.stderr, check=True)
+        finish(made)
+        stamp.unlink(missing_ok=True)
+        shutil.rmtree(place, ignore_errors=True)
+        made.rename(place)
+        stamp.touch()
 
 
 def newcomer(suite: str) -> None:
