@@ -83,10 +83,10 @@ owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
   return item.text();
 }
 
-owned prior_item(std::size_t characters, owned page_id) {
+owned prior_item(std::size_t code_points, owned page_id) {
   text_builder item;
   item.add("prior_markdown (");
-  item.add_number(static_cast<std::int64_t>(characters));
+  item.add_number(static_cast<std::int64_t>(code_points));
   item.add(" characters; read the page with wiki(action=\"read\", page_id=\"");
   item.add_value(page_id);
   item.add("\") before you edit it)");

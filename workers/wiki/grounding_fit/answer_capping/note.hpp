@@ -16,7 +16,7 @@ inline constexpr std::size_t k_placeholder_chars = 600;  // stand in for the not
 enum class note_end {
   plain,            // after the items
   ask,              // asks the agent to fetch what it needs
-  ask_and_say_over  // and says that what must stay is over the cap by itself
+  ask_and_say_over  // and says that the answer is over the cap nevertheless
 };
 
 // The name of something left out, and what it takes inside a JSON string.
@@ -33,12 +33,12 @@ py::owned cap_note(std::span<const note_item> named, std::size_t items, note_end
 // The item that counts the symbol blocks left without their body; empty when none is.
 py::owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total);
 
-// The item that says how to read the prior markdown.
-py::owned prior_item(std::size_t characters, py::owned page_id);
+// The item that says how to read the prior markdown, of so many code points.
+py::owned prior_item(std::size_t code_points, py::owned page_id);
 
-// What an answer leaves out: its prior markdown, of `symbols` symbol blocks those without a body,
-// fact blocks. Only the item of the code changes with the code that is shown, so the others are
-// sized once.
+// What an answer leaves out: its prior markdown, the bodies of some of its `symbols` blocks, and
+// some fact blocks. Only the item of the code changes with the code that is shown, so the others
+// are sized once.
 class left_out {
  public:
   // `prior` is empty where the answer had none.
