@@ -114,6 +114,14 @@ class _SymbolRecord(TypedDict, total=False):
     related: _Array[_Related] | None
     has_tests: bool | None
 
+# A host's own TypedDict is taken with whatever keys it has beside this one. A type that asked for
+# more of them would refuse one that lacks any, so what they hold is not checked.
+class _Named(TypedDict):
+    fqn: str
+
+class _MaybeNamed(TypedDict, total=False):
+    fqn: str
+
 class _PageContext(TypedDict, total=False):
     """The fields of an answer that are read or written.
 
@@ -199,7 +207,7 @@ class _Object(TypedDict):
 _T = TypeVar("_T")
 _Array: TypeAlias = list[_T] | tuple[_T, ...]
 _Seed: TypeAlias = _CitationSeed | dict[str, Any]
-_Symbol: TypeAlias = _SymbolRecord | dict[str, Any]
+_Symbol: TypeAlias = _SymbolRecord | _Named | _MaybeNamed | dict[str, Any]
 # What lists and dicts hold is not checked: they are invariant, and would refuse a list[str].
 _JsonValue: TypeAlias = (
     None | bool | int | float | str | list[Any] | tuple[Any, ...] | dict[str, Any] | _Object

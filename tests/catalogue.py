@@ -26,7 +26,9 @@ def rich_symbol():
 def rich_page(fit):
     """Return an answer, a page's grounding and a budget of which neither path can show all."""
     seeds = [fit.seed("f.py", 1), fit.seed("g.py", 0)]
-    facts = [fit.FactBlock("## Files", seeds), fit.FactBlock("# B\n" + "f" * 9000, key="digest")]
+    large = {"line_start": 2.0**70}  # so that memory is needed to read it
+    facts = [fit.FactBlock("## Files", seeds)]
+    facts.append(fit.FactBlock("# B\n" + "f" * 9000, [large], key="digest"))
     budget = fit.SectionBudget(1, [fit.README], {"digest": 0.25}, 2)
     blocks = [("t" * 2000, rich_symbol())] * 12
     answer = {"page_id": 7, "prior_markdown": "m" * 9, "grounding": "g" * 50000, "x": [{"y": 2.5}]}
@@ -82,6 +84,7 @@ def failing(fit):
         ("_fit_page_context", [answer, wrong, 30000]),
         ("_fit_page_context", [answer | {"x": [b"junk", object()]}, page, 30000]),
         ("_fit_page_context", [answer | {"prior_markdown": 3}, page, 30000]),
+        ("_fit_page_context", [{"prior_markdown": "m" * 50000}, page, 30000]),
         ("GroundingParts.seeds", [wrong]),
         ("FactBlock", [b"t"]),
         ("GroundingParts", [[], [], set(), "x"]),
@@ -236,4 +239,4 @@ def entries(fit, act):
     ways["_listing"] = [partial(fit._listing, [one]) for one in ({}, {"kind": [odd]}, keyed)]
     enters_nowhere = ["section_budget", "seed", "_json_size", "_code_cut", "FactBlock"]
     enters_nowhere += ["FactBlock.label", "GroundingParts", "SectionBudget"]
-    return ways | dict.fromkeys(enters_nowhere, [])
+    return ways | {name: [] for name in enters_nowhere}

@@ -20,7 +20,7 @@ def described(value):
 
 def text_difference(a, b):
     """Return where two unequal texts differ first, and what stands there."""
-    pairs = enumerate(zip(a, b))
+    pairs = enumerate(zip(a, b, strict=False))
     at = next((at for at, (one, other) in pairs if one != other), min(len(a), len(b)))
     near = slice(max(0, at - AROUND), at + AROUND)
     one, other = [f"{text[near]!r} of {len(text)} code points" for text in (a, b)]
@@ -29,7 +29,7 @@ def text_difference(a, b):
 
 def item_difference(a, b):
     """Return where two lists or tuples differ first; None where they are equal."""
-    for at, (one, other) in enumerate(zip(a, b)):
+    for at, (one, other) in enumerate(zip(a, b, strict=False)):
         if found := difference(one, other):
             return f"[{at}]{found}"
     if len(a) == len(b):

@@ -212,7 +212,8 @@ def main():
     parser.add_argument("--count-references", action="store_true")
     options = parser.parse_args()
     if options.count_references:
-        return count_references(options.pages)
+        count_references(options.pages)
+        return
     started = time.perf_counter()
     met = run_edges(options.edges, options.first)
     if options.edges >= ENOUGH_MOVED:

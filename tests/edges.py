@@ -13,8 +13,8 @@ from dataclasses import dataclass, replace
 
 from harness import fit, model, parts
 
-# What fillers repeat, in each width of text: 5 code points that take 12 JSON characters; and 12 that
-# take as many, so that a text's least size stands at the edge as well.
+# What fillers repeat, in each width of text: 5 code points that take 12 JSON characters; and 12
+# that take as many, so that a text's least size stands at the edge as well.
 UNITS = ['é"a\n\x01', "—\\b\t\x1f", '😀"c\r\x00', "a line of 12"]
 UNIT_SIZE = 12
 
@@ -167,7 +167,7 @@ def seek(page, filler, rule, gaps):
 
     before = gaps_at(value)
     after = gaps_at(value + step)
-    moving = [i for i, (a, b) in enumerate(zip(before, after)) if a != b]
+    moving = [i for i, (a, b) in enumerate(zip(before, after, strict=False)) if a != b]
     if not moving:
         return
     place = min(moving, key=lambda i: abs(before[i]))

@@ -1,9 +1,11 @@
 // Every kernel that this processor runs, against the definition: every code unit, every length from
-// 0 to 80 at every alignment, and the lengths around a flush of the byte sums.
+// 0 to 80 at every alignment, and the lengths around a flush of the byte sums; and the copying of
+// narrow texts to wider units, by every kernel and by what is done without one.
 
 #include <cstdio>
 #include <vector>
 
+#include "text/copy_units.hpp"
 #include "text/kernels.hpp"
 
 using namespace grounding_fit;
@@ -66,6 +68,22 @@ void test(const text_kernel& kernel, std::size_t (*growth)(const Unit*, std::siz
   }
 }
 
+using widening = void (*)(std::uint16_t*, const std::uint8_t*, std::size_t) noexcept;
+
+void test_widening(const char* name, widening widen) {
+  for (std::size_t length = 0; length <= 300; ++length) {
+    // A copy of its own, and a mark behind what is written: no more is read, nor written.
+    std::vector<std::uint8_t> from(length);
+    for (std::size_t i = 0; i < length; ++i) from[i] = static_cast<std::uint8_t>(255 - i);
+    std::vector<std::uint16_t> want(from.begin(), from.end()), got(length + 1, 0xabcd);
+    want.push_back(0xabcd);
+    widen(got.data(), from.data(), length);
+    if (got == want) continue;
+    std::printf("%s: widening %zu units\n", name, length);
+    ++failures;
+  }
+}
+
 }  // namespace
 
 int main() {
@@ -73,7 +91,9 @@ int main() {
     test(kernel, kernel.growth_1);
     test(kernel, kernel.growth_2);
     test(kernel, kernel.growth_4);
+    test_widening(kernel.name, kernel.widen);
     std::printf("%s: tested\n", kernel.name);
   }
+  test_widening("best", widen);
   return failures == 0 ? 0 : 1;
 }

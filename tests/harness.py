@@ -59,14 +59,16 @@ class Host:
 
 @contextlib.contextmanager
 def installed(modules):
-    """Put modules into sys.modules for a while; packages above them as needed."""
+    """Put modules into sys.modules for a while, and the packages above them but those that are
+    given as None."""
     packages = {name: types.ModuleType(name) for name in ("workers", "workers.wiki")}
     for package in packages.values():
         package.__path__ = []
     before = {name: one for name, one in sys.modules.items() if name.split(".")[0] == "workers"}
     for name in before:
         del sys.modules[name]
-    sys.modules.update(packages | modules)
+    there = (packages | modules).items()
+    sys.modules.update({name: module for name, module in there if module})
     try:
         yield
     finally:
@@ -91,12 +93,17 @@ def find(name="grounding_fit"):
     return importlib.machinery.PathFinder.find_spec(name).origin
 
 
+def loadable(name="grounding_fit"):
+    """Return what Python's import goes by to load the extension module under a name."""
+    loader = importlib.machinery.ExtensionFileLoader(name, find())
+    return importlib.util.spec_from_loader(name, loader)
+
+
 def load(modules, name="grounding_fit", register=False):
     """Return a new copy of the extension module on these host modules."""
     with installed(modules):
-        loader = importlib.machinery.ExtensionFileLoader(name, find())
-        module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
-        loader.exec_module(module)
+        module = importlib.util.module_from_spec(loadable(name))
+        module.__loader__.exec_module(module)
     if register:
         sys.modules[name] = module
     return module
@@ -155,4 +162,5 @@ def run_python(*arguments):
     path = os.pathsep.join([str(Path(find()).parent), str(ROOT)])
     env = {**os.environ, "PYTHONPATH": path, "PYTHONIOENCODING": "utf-8"}
     command = [sys.executable, *map(str, arguments)]
-    return subprocess.run(command, env=env, capture_output=True, text=True, encoding="utf-8")
+    streams = {"capture_output": True, "text": True, "encoding": "utf-8"}
+    return subprocess.run(command, env=env, check=False, **streams)

@@ -80,7 +80,7 @@ def line_number(value):
     """Return a line number as an integer: 0 when it is missing, a fraction cut off."""
     if missing(value):
         return 0
-    if isinstance(value, (int, str)) or isinstance(value, float) and math.isfinite(value):
+    if isinstance(value, (int, str)) or (isinstance(value, float) and math.isfinite(value)):
         return int(value)
     raise ValueError(f"no line number: {type(value).__name__}")
 
@@ -297,10 +297,8 @@ def _code_cut(kept, listed, total):
     unlisted = cut - expect(listed, int)
     if at_most("bodies cut", cut, 0):
         return []
-    return [
-        f"the bodies of {cut} of {total:d} symbol blocks (the lowest ranked; {listed:d} of them "
-        f"listed by lines and signature, {unlisted} not at all)"
-    ]
+    of_them = f"{listed:d} of them listed by lines and signature, {unlisted} not at all"
+    return [f"the bodies of {cut} of {total:d} symbol blocks (the lowest ranked; {of_them})"]
 
 
 def _most(high, fits):
@@ -320,7 +318,7 @@ def _fit_prose(parts, size, total):
     first = {expect(key, str) for key in expect(parts.budget.first, tuple, list)}
 
     def always_kept(block):
-        return block.text.startswith(_ALWAYS_KEPT) or block.key != "" and block.key in first
+        return block.text.startswith(_ALWAYS_KEPT) or (block.key != "" and block.key in first)
 
     always = [block for block in parts.prose if always_kept(block)]
     base = count64(size(list(always), 0))

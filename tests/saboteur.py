@@ -123,7 +123,9 @@ class Saboteur:
         act = self.sabotaged(lambda *_: 30000)
         try:
             self.attempt(fit._fit_page_context, self.answer, page, tokens)
+            self.attempt(fit.explain_page_context, self.answer, page, tokens)
             self.attempt(fit._assemble_grounding, page, tokens)
+            self.attempt(fit.explain_grounding, page, tokens)
             self.attempt(fit._fit_prose, page, act, 7)
             self.attempt(fit._most, 40, act)
             self.attempt(getattr, page, "seeds")

@@ -3,8 +3,6 @@
 import _imp
 import ctypes
 import gc
-import importlib.machinery
-import importlib.util
 import os
 import shutil
 import subprocess
@@ -17,7 +15,7 @@ from pathlib import Path
 
 import catalogue
 from differences import shortened
-from harness import find, load
+from harness import find, load, loadable
 
 try:
     import _testcapi
@@ -51,6 +49,7 @@ class Allocations(unittest.TestCase):
         done = subprocess.run(
             [sys.executable, __file__, "--child", how],
             env={**os.environ, **environment},
+            check=False,
             capture_output=True,
             text=True,
         )
@@ -102,12 +101,10 @@ def make_module(found):
 
 
 def calls(fit):
-    """Return a call of everything that the module has, and one that makes it; and what they read."""
-    loader = importlib.machinery.ExtensionFileLoader("grounding_fit", find())
-    found = importlib.util.spec_from_loader("grounding_fit", loader)
+    """Return calls of everything that the module has, and one that makes it; and what they read."""
     made = [(function, *given) for function, given in catalogue.calls(fit)]
     held = catalogue.reached([given for _, *given in made])
-    return [partial(*row) for row in [*made, (make_module, found)]], held
+    return [partial(*row) for row in [*made, (make_module, loadable())]], held
 
 
 def outcome(call, arm, disarm, *when):
@@ -119,7 +116,7 @@ def outcome(call, arm, disarm, *when):
         return None
     except Exception as error:
         disarm()
-        return type(error), str(error), type(error.__cause__)
+        return type(error), str(error), type(error.__cause__), getattr(error, "__notes__", ())
     finally:
         disarm()
     return result
@@ -169,7 +166,7 @@ def child(how):
             failures += good
             gc.collect()
             after = [sys.getrefcount(one) for one in watched]
-            moved = [one for one, a, b in zip(watched, before, after) if a != b]
+            moved = [one for one, a, b in zip(watched, before, after, strict=True) if a != b]
             assert not moved, f"call {number} keeps or gives away references to {shortened(moved)}"
             grown.append(sys.getallocatedblocks() - blocks)
         # Of a module, the interpreter keeps a little for later for a long time.

@@ -2,7 +2,9 @@
 
 import pathlib
 import re
+import types
 
+import catalogue
 from harness import CAP, HOST, UsualHost, fit, load, over, parts
 
 Block = fit.FactBlock
@@ -53,7 +55,7 @@ class Errors(UsualHost):
                 fit.seed("a", 1, **{wrong: 2})
 
     def test_places_of_wrong_values(self):
-        late = parts([Block("f")] * 2, [("t", {})] * 3 + [("t", {"file": "f", "line": "x"})])
+        late = parts([Block("f")] * 2, [("body", {})] * 3 + [("t", {"file": "f", "line": "x"})])
         line = "parts.blocks[3][1]['line']: expected an integer, got 'x'"
         seeds = parts([Block("f", [{}, {"line_start": [1]}])])
         start = "parts.prose[0].seeds[1]['line_start']: expected an integer"
@@ -61,6 +63,7 @@ class Errors(UsualHost):
         endless = parts(code_floor=NAN)
         cases = [
             (f"_assemble_grounding(): {line}", fit._assemble_grounding, late, 100),
+            (f"_assemble_grounding(): {line}", fit._assemble_grounding, late, 0),
             (f"_fit_page_context(): {line}", context, over(), late, 100),
             (f"GroundingParts.seeds(): {start}", getattr, seeds, "seeds"),
             ("seeds[0]['line_start']: expected an integer, got nan", fit.citable, [odd]),
@@ -69,15 +72,19 @@ class Errors(UsualHost):
         self.check(ValueError, cases)
         words = "budget: expected an integer of at most 64 bits"
         self.check(OverflowError, [(words, within, parts(), 2**63)])
-        with self.assertRaises(KeyError) as caught:
-            context({"prior_markdown": "x" * CAP}, parts(), 1)
-        self.assertEqual(caught.exception.args, ("page_id",))
+        for function in (context, fit.explain_page_context):
+            with self.assertRaises(KeyError) as caught:
+                function({"prior_markdown": "x" * CAP}, parts(), 1)
+            self.assertEqual(caught.exception.args, ("page_id",))
+            [said] = getattr(caught.exception, "__notes__", [function.__name__])  # from 3.11 on
+            self.assertIn(function.__name__, said)
 
     def test_what_else_a_message_says(self):
         """Which utility gave the value, and how to put it right."""
         HOST.set(norm=lambda path: b"")
         twin = load(HOST.modules(), "workers.wiki.grounding_fit")
         file = "['file']: result of _norm: expected a"
+        twice = "which was imported twice, under two names: got one of 'grounding_fit'"
         path = pathlib.PurePosixPath("f")
         cases = [
             (f"symbols[0]{file} string, got bytes", fit.symbol_seeds, [{"file": "f", "line": 1}]),
@@ -91,15 +98,77 @@ class Errors(UsualHost):
                 [],
                 [],
             ),
-            (
-                "parts: expected a GroundingParts of this module, which was imported twice, under "
-                "two names: got one of 'grounding_fit'",
-                twin._blocks_within,
-                parts(),
-                1,
-            ),
+            (twice, twin._blocks_within, parts(), 1),
         ]
         self.check(TypeError, cases)
+
+    def test_the_first_of_two_wrong_arguments(self):
+        page, wrong, big = parts(), object(), 2**63
+        cases = [
+            ("parts", fit._assemble_grounding, wrong, big),
+            ("parts", fit.explain_grounding, wrong, big),
+            ("parts", within, wrong, big),
+            ("blocks", fit._assemble_blocks, wrong, big),
+            ("parts", context, wrong, wrong, big),
+            ("result", context, wrong, page, big),
+            ("parts", fit.explain_page_context, wrong, wrong, big),
+            ("size", prose, page, wrong, 1),
+            ("path", fit.seed, wrong, wrong, wrong),
+            ("start", fit.seed, "a", wrong, wrong),
+            ("kept", fit._code_cut, wrong, big, big),
+            ("high", fit._most, wrong, wrong),
+        ]
+        for name, function, *arguments in cases:
+            with self.assertRaisesRegex(TypeError, rf"\(\): {name}: expected "):
+                function(*arguments)
+
+    def test_a_refusal_runs_no_code_of_the_value(self):
+        """Its type may have names whose equality runs code, or lack those that most have."""
+        acted = []
+        text = catalogue.odd_text(lambda: acted.append(1))
+        for name in ("Path", "grounding_fit.GroundingParts"):
+            odd = type(name, (), {text("__fspath__"): 1, text("__module__"): "m", text("y"): 2})
+            bare = eval(f"type({name!r}, (), {{}})", {"type": type})  # in a module without a name
+            self.assertNotIn("__module__", vars(bare))
+            for value in (odd(), odd, bare(), bare):
+                acted.clear()
+                for words, function in [("expected a string", Block), ("GroundingParts", within)]:
+                    with self.assertRaises(TypeError) as caught:
+                        function(value, *[1][: function is within])
+                    self.assertIn(words, str(caught.exception))
+                self.assertEqual(acted, [])
+
+    def test_an_equality_that_raises(self):
+        """A key whose equality fails is not absent, wherever keys are looked for."""
+
+        def fail():
+            if armed:
+                raise error
+
+        text = catalogue.odd_text(fail)
+        for error in (LookupError("the host's own"), KeyError("the host's own")):
+            armed = []
+            symbol, seed, name = ({text(key): 1} for key in ("file", "line_start", "name"))
+            budget = fit.SectionBudget(shares={text("k"): 1.0})
+            viewed = fit.SectionBudget(shares=types.MappingProxyType(catalogue.Odd(fail)))
+            cited = parts([Block("f", [seed], key="k")])
+            limited, seen = (parts(cited.prose, budget=one) for one in (budget, viewed))
+            calls = [
+                (fit.render_symbol, symbol),
+                (fit.render_symbol, {"parameters": [name]}),
+                (fit._listed, symbol),
+                (fit.symbol_seeds, [symbol]),
+                (fit.citable, [seed]),
+                (prose, limited, lambda *_: 1, 1),
+                (prose, seen, lambda *_: 1, 1),
+                (context, over(), cited, 9),
+                (fit._assemble_grounding, cited, 9),
+            ]
+            armed.append(1)
+            for function, *arguments in calls:
+                with self.subTest(function), self.assertRaises(LookupError) as caught:
+                    function(*arguments)
+                self.assertIs(caught.exception, error)
 
     def test_line_numbers(self):
         wrong = [INF, -INF, NAN, b"1", b"", "x", "1.0", [1], {"a": 1}, object(), {1}, "1" * 5000]
@@ -120,7 +189,7 @@ class Errors(UsualHost):
         calls = [(fit._assemble_grounding, page, 5), (context, over(), page, 5)]
         calls += [(fit._most, 3, utility), (prose, page, utility, 1)]
         for names in (["estimate"], ["truncate", "norm"]):
-            HOST.set(**{name: utility for name in names})
+            HOST.set(**dict.fromkeys(names, utility))
             for function, *arguments in calls:
                 with self.assertRaises(LookupError) as caught:
                     function(*arguments)

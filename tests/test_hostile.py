@@ -1,5 +1,6 @@
 """Values, hosts and threads that no one would wish for: an error or a result, never a crash."""
 
+import contextlib
 import gc
 import importlib
 import sys
@@ -26,10 +27,8 @@ class Hostile(UsualHost):
                 for _ in range(60):
                     odd = [source.wrong(), [source.wrong()], {"line": source.wrong()}]
                     given = [*arguments[:place], source.r.choice(odd), *arguments[place + 1 :]]
-                    try:
+                    with contextlib.suppress(*allowed):
                         function(*given)
-                    except allowed:
-                        pass
             self.assertRaises(TypeError, function, *[None] * 9)
             if name != "SectionBudget":
                 self.assertRaises(TypeError, function)
@@ -77,7 +76,7 @@ class Hostile(UsualHost):
 
         def work():
             for _ in range(5):
-                found.extend(difference(call(page), one) for page, one in zip(pages, alone))
+                found.extend(map(difference, map(call, pages), alone))
 
         alone = [call(page) for page in pages]
         threads = [threading.Thread(target=work) for _ in range(6)]
@@ -92,7 +91,7 @@ class Hostile(UsualHost):
         newer = sys.version_info >= (3, 13)
         interpreters = importlib.import_module("_interpreters" if newer else "_xxsubinterpreters")
         script = f"""import sys
-sys.path[:0] = {sys.path[:4] + [str(ROOT)]!r}
+sys.path[:0] = {[*sys.path[:4], str(ROOT)]!r}
 import grounding_fit as g
 assert g._json_size({{'a': 1}}) == 8
 assert g.GroundingParts([], [], set()).budget is g._DEFAULT_BUDGET"""

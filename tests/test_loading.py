@@ -1,14 +1,17 @@
 """Loading on a host: what it takes of it, from where, and what it says when that fails."""
 
 import builtins
+import ctypes
 import gc
+import importlib.util
 import inspect
 import subprocess
 import sys
 import unittest
 import weakref
+from functools import partial
 
-from harness import HOMES, Host, exchanged, load, parts
+from harness import HOMES, Host, exchanged, installed, load, loadable, parts
 
 
 def host_modules(**changes):
@@ -20,6 +23,14 @@ def host_modules(**changes):
             if changes[name] is not None:
                 setattr(modules[home], name, changes[name])
     return modules
+
+
+def clear_slot(module):
+    """Clear a module as the collector does."""
+    definition = ctypes.pythonapi.PyModule_GetDef
+    definition.argtypes, definition.restype = [ctypes.py_object], ctypes.c_void_p
+    members = ctypes.cast(definition(module), ctypes.POINTER(ctypes.c_void_p))
+    ctypes.PYFUNCTYPE(ctypes.c_int, ctypes.py_object)(members[11])(module)
 
 
 class Loading(unittest.TestCase):
@@ -63,7 +74,7 @@ class Loading(unittest.TestCase):
                 sys.meta_path.insert(0, Finder())
                 import grounding_fit"""
             command = [sys.executable, "-c", inspect.cleandoc(script)]
-            done = subprocess.run(command, capture_output=True, text=True)
+            done = subprocess.run(command, capture_output=True, text=True, check=False)
             self.assertIn(error, done.stderr.splitlines()[-1])
 
     def test_either_name_and_again(self):
@@ -79,8 +90,8 @@ class Loading(unittest.TestCase):
         self.assertIsNone(gone(), "a module's types outlive it")
 
     def load_refused(self, kind, error_for):
-        """Load while Python's import function raises an error for each of the host's modules; return
-        the names that it was asked for."""
+        """Load while Python's import function raises an error for each of the host's modules;
+        return the names that it was asked for."""
         asked = []
 
         def importer(name, *rest, usual=__import__):
@@ -96,6 +107,44 @@ class Loading(unittest.TestCase):
     def test_modules_known_by_their_full_names_only(self):
         loaded = load({"workers": None, **host_modules()})
         self.assertEqual(loaded.render_symbol({}), "###  () — :L0")
+
+    def test_a_package_that_is_not_there(self):
+        """The module below it is not there either, and its names may be elsewhere."""
+        first, _, last = host_modules().values()
+        vars(first).update({"_norm": str, "FILE_CARDS_HEADING": "F"})
+        loaded = load({first.__name__: first, "workers.wiki": None, last.__name__: last})
+        self.assertEqual(loaded._ALWAYS_KEPT, ("F", last.REQUESTED_CONTEXT_HEADING))
+
+    def test_what_is_let_go_of(self):
+        """A module that goes keeps nothing of its host, and one that is cleared calls nothing."""
+        modules = host_modules(_norm=Host().modules)
+        norm = modules["workers.wiki.repo_facts"]._norm
+        kept = [modules["workers.context_builder"].estimate_tokens, norm]
+
+        def counts():
+            gc.collect()
+            return [sys.getrefcount(one) for one in kept]
+
+        before = counts()
+        loaded = load(modules)
+        record = loaded.FactBlock("t")
+        page = loaded.GroundingParts([record], [], set())
+        clear_slot(loaded)
+        calls = [record.label, partial(loaded.render_symbol, {}), partial(getattr, page, "seeds")]
+        for call in calls:
+            self.assertRaisesRegex(ImportError, "is not loaded", call)
+        self.assertEqual(repr(record), "FactBlock(text='t', seeds=(), name='', key='')")
+        del loaded, record, page, call, calls
+        load(modules)
+        half = importlib.util.module_from_spec(loadable())
+        loader = half.__loader__
+        vars(half).clear()  # so that it goes with its last reference, without the collector
+        half.__name__ = "half"
+        del modules["workers.wiki_types"].REQUESTED_CONTEXT_HEADING
+        with installed(modules), self.assertRaisesRegex(ImportError, "needs REQUESTED"):
+            loader.exec_module(half)
+        del half
+        self.assertEqual(counts(), before)
 
     def test_an_import_function_that_hides_them(self):
         asked = self.load_refused(ImportError, lambda name: ModuleNotFoundError(name=name))

@@ -1,4 +1,4 @@
-"""The immutable records: their fields, defaults, values and ends; and those that all calls share."""
+"""The immutable records: fields, defaults, values and ends; and those that all calls share."""
 
 import copy
 import gc
@@ -44,6 +44,10 @@ class Records(UsualHost):
                 with self.assertRaisesRegex(TypeError, f"{name}: given twice"):
                     kind(*values[: index + 1], **{name: values[index]})
             self.assertRaises(AttributeError, setattr, record, "new", 1)
+            for name in (5, b"text", None):
+                for change in (kind.__setattr__, kind.__delattr__):
+                    given = [record, name, 1][: 3 - (change is kind.__delattr__)]
+                    self.assertRaisesRegex(TypeError, "must be string, not", change, *given)
             self.assertRaises(TypeError, setattr, kind, names[0], 1)
             self.assertRaises(TypeError, type, "Derived", (kind,), {})
 
@@ -128,8 +132,8 @@ class Shared(UsualHost):
 
         got = [module._DEFAULT_BUDGET, module._BUDGETS, *module._BUDGETS.values()]
         for view in [module._BUDGETS] + [one.shares for one in got if one is not module._BUDGETS]:
-            view == Greedy()
-            view | Greedy()
+            assert view == Greedy()
+            assert view | Greedy()
         for _ in range(3):
             got += gc.get_referents(*got)
         mutable = {id(one): one for one in got if isinstance(one, (dict, list))}
@@ -155,7 +159,7 @@ class Shared(UsualHost):
         for one in found:
             one.clear()
             if isinstance(one, dict):
-                one.update({key: -1.0 for key in (*names, "digest", "readme", "document")})
+                one.update(dict.fromkeys((*names, "digest", "readme", "document"), -1.0))
         self.assertEqual(results(), before)
 
     def test_their_shares(self):

@@ -9,7 +9,9 @@ import unittest
 from functools import partial
 
 import catalogue
-from harness import CAP, HOST, UsualHost, fit, parts
+from harness import CAP, HOST, UsualHost, fit, over, parts
+
+STACKS = (128, 512, 1024, 8192)  # KiB; the last is the usual one
 
 
 class Emptied(UsualHost):
@@ -34,11 +36,49 @@ class Emptied(UsualHost):
         result = fit._fit_page_context({"grounding": "g" * CAP}, page, 30000)
         self.assertTrue(fit._json_size(result) <= CAP or "alone exceed it." in result["truncated"])
 
+    def test_a_key_in_the_place_of_a_freed_one(self):
+        """The size of a key is remembered by the key, which must live for as long."""
+        first = {"".join(["x"] * 9): 1}
+        second = {}
+
+        def size(blocks, _):
+            if len(blocks) == 1 and first:
+                first.clear()
+                second["".join(["\n"] * 9)] = 1  # as long, so that it may take the same place
+            return 30000
+
+        prose = [fit.FactBlock("", [first]), fit.FactBlock("", [second], key="k")]
+        cost = fit._json_size("") + fit._json_size([{"\n" * 9: 1}])
+        for limit, kept in [(cost + 0.5, 2), (cost - 0.5, 1)]:  # of a room of 10000
+            budget = fit.SectionBudget(shares={"k": limit / 10000})
+            first["".join(["x"] * 9)] = 1
+            second.clear()
+            page = parts(prose, budget=budget)
+            self.assertEqual(len(fit._fit_prose(page, size, 0)[0]), kept)
+
+    def test_seeds_in_the_place_of_freed_ones(self):
+        """What an answer cites are the seeds as they stood when the first answer was tried."""
+        seeds = [fit.seed("stood", line) for line in range(1, 9)]
+        later = []
+
+        def norm(path):
+            if path == "39":  # the best 30 symbols were listed before, and the seeds taken
+                seeds.clear()
+                later.extend(fit.seed("later", line) for line in range(1, 9))
+            return path
+
+        HOST.set(norm=norm)
+        blocks = [("t" * 2000, {"file": str(at), "line": 1}) for at in range(40)]
+        page = parts([fit.FactBlock(fit._ALWAYS_KEPT[0], seeds)], blocks)
+        cited = fit._fit_page_context(over(), page, 10**6)["citation_seeds"]
+        self.assertEqual([one["path"] for one in cited[:9]], ["stood"] * 8 + ["0"])
+        self.assertEqual(len(later), 8)
+
 
 class Crashes(unittest.TestCase):
     def test_in_a_process_of_its_own(self):
         command = [sys.executable, __file__, "--child"]
-        done = subprocess.run(command, capture_output=True, text=True)
+        done = subprocess.run(command, capture_output=True, text=True, check=False)
         said = done.stdout[-200:]
         self.assertEqual((done.returncode, done.stderr[-2000:]), (0, ""), said)
 
@@ -60,6 +100,26 @@ def empty_a_seed():
     HOST.set(norm=lambda _: path)
     page = parts(blocks=[("t", {"file": "f", "line": 1})] * 9)
     assert fit._assemble_grounding(page, 80)[2] == ["p"]
+
+
+def walk_while_freed():
+    """Free a record whose seed walks, in its finalizer, all that the collector can reach."""
+
+    class Walker:
+        def __del__(self):
+            seen.extend(one.name for one in gc.get_objects() if type(one) is fit.FactBlock)
+
+    seen = []
+    kept, freed = (fit.FactBlock("t", [end], name) for end, name in [(0, "a"), (Walker(), "b")])
+    del freed
+    assert seen == [kept.name], seen
+
+
+def dive(levels):
+    """Call the module at every level of calls through C, each a first call of its thread."""
+    fit._code_cut(1, 0, 4)
+    if levels:
+        next(map(dive, (levels - 1,)))
 
 
 def nested(levels):
@@ -102,18 +162,38 @@ def see_them_end(again, calls):
         raise AssertionError(f"{name}: no RecursionError")
 
 
+def on_stack(size, act, *arguments):
+    """Do something on a thread with a stack of so many KiB; what it raises is raised again."""
+    print("on a stack of", size, "KiB", flush=True)
+    threading.stack_size(size << 10)
+    raised = []
+
+    def work():
+        try:
+            act(*arguments)
+        except BaseException as error:
+            raised.append(error)
+
+    thread = threading.Thread(target=work)
+    thread.start()
+    thread.join()
+    if raised:
+        raise raised[0]
+
+
 def child():
     """Do what may crash; the last thing that was printed names it."""
-    print("an emptied seed", flush=True)
-    empty_a_seed()
+    for act in (empty_a_seed, walk_while_freed):
+        print(act.__name__, flush=True)
+        act()
     again = Again()
     calls = endless_calls(again)
     for limit in (sys.getrecursionlimit(), 1_000_000):
         sys.setrecursionlimit(limit)
         see_them_end(again, calls)
-        thread = threading.Thread(target=see_them_end, args=(again, calls))
-        thread.start()  # its stack is the usual one
-        thread.join()
+        for size in STACKS:
+            on_stack(size, see_them_end, again, calls)
+    on_stack(512, dive, 600)
 
 
 if __name__ == "__main__":

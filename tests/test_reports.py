@@ -84,10 +84,10 @@ class Reports(UsualHost):
         self.assertGreater(tried, 30)
 
     def assert_short_of_cap(self, page, facts, at):
-        """A fact block stays when its answer is measured as so much less, and not with one more."""
+        """Assert that a fact block stays when measured as so much less, and not with one more."""
         size, total = measure_of(page)
         prose = page[1].prose
-        before = [block for block, one in zip(prose, facts[:at]) if one["kept"]]
+        before = [block for block, one in zip(prose, facts[:at], strict=False) if one["kept"]]
         candidate = [*before, prose[at]]
         short_by = facts[at]["short_by"]
         for less, stays in [(short_by, True), (short_by - 1, False)]:
@@ -110,7 +110,7 @@ class Reports(UsualHost):
         self.assertGreater(tried, 15)
 
     def assert_short_of_share(self, page, room, facts, at):
-        """A fact block is within the least share that reaches, and over the one just below it."""
+        """Assert that a fact is within the least share that reaches, and over the one below it."""
         answer, parts, tokens = page
         one = facts[at]
         cost = one["share_used"] + one["text"] + one["seeds"]
@@ -136,6 +136,13 @@ class Reports(UsualHost):
             self.assertEqual(report, model.explain_page_context(over(), page, 1)[1])
             told.add(report["facts"][0]["short_by"] is None)
         self.assertEqual(told, {False, True})
+
+    def test_a_floor_beyond_any_size(self):
+        page = [fit.FactBlock("f" * 900)], [("t" * 900, {})] * 9
+        for floor in (-1e300, -1.0, 1e300):
+            given = over(), parts(*page, code_floor=floor), 900
+            report = fit.explain_page_context(*given)[1]
+            self.assertEqual(report, model.explain_page_context(*given)[1])
 
     def test_numbers_beyond_64_bits(self):
         HOST.set(estimate=lambda text: 2**62)

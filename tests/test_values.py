@@ -2,6 +2,7 @@
 
 import collections
 import pickle
+import re
 import types
 import unittest
 import warnings
@@ -31,6 +32,13 @@ class Values(UsualHost):
                 self.assertIn(f'page_id="{value}")', said)
         for wrong in (set(), b"", object()):
             self.assertRaises(TypeError, fit.render_symbol, {"fqn": wrong})
+
+    def test_a_zero_without_digits(self):
+        """Up to 3.11 such an integer ends where the first digit of others stands."""
+        zero = int.from_bytes(b"\0\0", "little")
+        self.assertEqual(fit._json_size([zero]), 3)
+        self.assertEqual(fit._listed({"line": zero}), "- `` () — :L0")
+        self.assertEqual(fit.citable([{"line_start": zero}]), [])
 
     def test_arrays_and_objects_as_paths(self):
         """A path that is none can be written, and not be cited."""
@@ -64,6 +72,21 @@ class Values(UsualHost):
         self.assertNotIn("c", shares)
         viewed = fit.SectionBudget(shares=types.MappingProxyType({"a": 1}))
         self.assertEqual(eval(repr(viewed), vars(fit)), fit.SectionBudget(shares={"a": 1}))
+
+    def test_paths_that_say_they_are_equal(self):
+        """What _norm gave for a path is kept by its text, whatever the path says of itself."""
+
+        class Path(str):
+            def __hash__(self):
+                return 1
+
+            def __eq__(self, other):
+                return True
+
+        HOST.set(norm=str.upper)
+        page = parts([], [("x" * CAP, {"file": Path(name), "line": 1}) for name in "abc"])
+        shown = fit._fit_page_context(over(), page, 1)["grounding"]
+        self.assertEqual(re.findall(r"— (\w):L1", shown), ["A", "B", "C"])
 
     def test_derived_types_read_as_plain(self):
         plain = {"fqn": "f", "file": "./x", "line": 3, "end_line": 9.5, "fan_in": 2}

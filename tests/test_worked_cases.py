@@ -2,7 +2,7 @@
 
 import json
 
-from harness import CAP, HOST, UsualHost, fit, over, parts
+from harness import CAP, HOST, UsualHost, fit, parts
 from pages import Source
 
 Block = fit.FactBlock
@@ -50,6 +50,7 @@ class WorkedCases(UsualHost):
             ("## Title\r\nmore", "the 'Title\r' block"),
             ("#\tTests", "the '\tTests' block"),
             ("\n## a", "the '' block"),
+            ("## (a) of b (c)", "the '(a) of b' block"),
         ]
         for edge in "\x7f\x80\xff\u0100\u01ff\uffff\U00010000":  # of the widths of texts
             cases.append((f"# {edge}\n😀", f"the '{edge}' block"))
@@ -61,6 +62,11 @@ class WorkedCases(UsualHost):
             ({"line": 40.0}, "###  () — :L40.0"),
             ({"line": None}, "###  () — :LNone"),
             ({"callees": ("a", "", "b")}, f"{HEAD}\ncalls (static): a, , b"),
+            ({"related": [{"fqn": "a"}, {}, {"fqn": "b"}]}, f"{HEAD}\nrelated: a, b"),
+            (
+                {"parameters": [{}, {"name": "a", "type": "T"}, {"type": "T"}, {"name": "b"}]},
+                f"{HEAD}\nparams: a: T, b",
+            ),
             ({"snippet_cut": 2}, HEAD),
             (
                 {"snippet": "s", "snippet_cut": 2, "body_digest": "d"},
@@ -132,6 +138,7 @@ class WorkedCases(UsualHost):
         """What blocks cost in tokens stands in them; the code's floor is cut toward zero."""
         HOST.set(estimate=lambda text: int(text or 0))
         cases = [(180, [31, 31, 1], 2), (-10, [-1, -2, 1], 2), (1000, [900, 1], 1)]
+        cases += [(2**63 - 1, [2**62, 2**62, 1], 1), (0, [-(2**63), -(2**63), 1], 3)]
         for budget, costs, kept in [*cases, (1000, [300, 50, 1], 2), (0, [], 0)]:
             page = parts([Block("5000")], [(str(cost), {}) for cost in costs])
             self.assertEqual(fit._blocks_within(page, budget), kept, budget)

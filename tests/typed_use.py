@@ -11,6 +11,8 @@ import grounding_fit as fit
 
 if TYPE_CHECKING:
     from grounding_fit import _CitationSeed, _PageContext, _SymbolRecord
+else:
+    _SymbolRecord = TypedDict("_SymbolRecord", {}, total=False)
 
 SYMBOL: _SymbolRecord = {
     "fqn": "app.save",
@@ -24,6 +26,27 @@ LOOSE: dict[str, Any] = {"fqn": "app.load", "file": "app.py", "line": 12, "owner
 SEEDS: list[_CitationSeed] = fit.symbol_seeds([SYMBOL])
 CARDS, TESTS = fit.FactBlock(fit._ALWAYS_KEPT[0]), fit.FactBlock("## Tests (2)", SEEDS, key="t")
 PARTS = fit.GroundingParts((CARDS, TESTS), [(fit.render_symbol(SYMBOL), SYMBOL)] * 2, {"a.py"})
+
+
+class OwnedSymbol(_SymbolRecord, total=False):
+    """A symbol record with a key of the host's own."""
+
+    owner: str
+
+
+class Found(TypedDict):
+    """A symbol record with the few keys that a host has."""
+
+    fqn: str
+    file: str
+    line: int
+
+
+class Maybe(TypedDict, total=False):
+    """The same where the host may lack any."""
+
+    fqn: str
+    docstring: str | None
 
 
 class Answer(TypedDict, total=False):
@@ -41,7 +64,7 @@ def size(blocks: list[fit.FactBlock], count: int, listed: int | None = None) -> 
 
 
 USED = set(re.findall(r"fit\.(\w+)", Path(__file__).read_text()))
-assert fit.__version__ and USED >= set(fit.__all__), "a public name is not used here"
+assert fit.__version__ and set(fit.__all__) <= USED, "a public name is not used here"
 assert SEEDS == [fit.seed("app.py", 4, end=3)] == fit.citable(seed for seed in PARTS.seeds)
 assert (TESTS[0], TESTS[1], TESTS[2:], len(TESTS)) == (TESTS.text, SEEDS, ("", "t"), 4)
 match TESTS:
@@ -57,6 +80,14 @@ assert fit._listing([LOOSE]) == f"{fit._LISTED_HEADING}\n{fit._listed(LOOSE)}"
 assert f"{'s' * (fit._LISTED_CHARS - 3)}..." in fit._listed(LOOSE | {"signature": "s" * 81})
 assert fit._assemble_blocks(("block",), 0) == ["block"]
 assert fit._blocks_within(fit.GroundingParts([], [("block", LOOSE)], frozenset()), 0) == 1
+owned: OwnedSymbol = {"fqn": "app.drop", "owner": "core"}
+found: list[Found] = [{"fqn": "app.find", "file": "app.py", "line": 4}]
+maybe: Maybe = {"docstring": "Find it."}
+assert fit.render_symbol(owned) == fit.render_symbol({"fqn": "app.drop"})
+assert fit.symbol_seeds(found) == [fit.seed("app.py", 4)] != fit.symbol_seeds([owned])
+assert fit._listing([*found]).endswith(fit._listed(found[0])) and fit._listed(maybe)
+pages = [fit.GroundingParts([], [(fit.render_symbol(one), one)], set()) for one in found]
+assert fit._blocks_within(fit.GroundingParts([], [("text", maybe)], set()), 9) == len(pages)
 grounding, symbols, files, cited = fit._assemble_grounding(PARTS, budget=900)
 assert (symbols, files, cited) == (["app.save"] * 2, ["a.py", "app.py"], SEEDS * 3)
 assert SYMBOL["fqn"] in grounding
@@ -92,6 +123,8 @@ if TYPE_CHECKING:
     SYMBOL["callers"]  # type: ignore[typeddict-item]
     fit.seed("a.py", "1")  # type: ignore[arg-type]
     fit.render_symbol(SEEDS[0])  # type: ignore[arg-type]
+    owned["callers"]  # type: ignore[typeddict-item]
+    fit.GroundingParts([], [("text", SEEDS[0])], set())  # type: ignore[type-var]
     fit._cap_note("one")  # type: ignore[arg-type]
     fit._json_size({1, 2})  # type: ignore[arg-type]
     fit._most(3, size)  # type: ignore[arg-type]

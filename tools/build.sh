@@ -77,7 +77,7 @@ ctest_takes() {
 fuzz() {
   [[ $1 =~ ^[0-9]+$ ]] || refuse "fuzz: '$1' is no number of seconds"
   need g++ g++
-  preset=sanitize
+  preset=fuzz
   build
   "$built/python" tests/fuzz.py --seconds "$1"
 }

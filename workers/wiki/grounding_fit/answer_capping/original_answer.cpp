@@ -91,7 +91,9 @@ owned original_answer::page_id() const {
     return py::within(py::place("result", py::step_to(key::page_id)),
                       [&] { return py::text_form(py::new_ref(each.value)); });
   }
-  py::raise_missing_key(state_[key::page_id]);
+  throw py::missing_key{state_[key::page_id],
+                        "result: expected a 'page_id', by which the note says how to read the "
+                        "prior_markdown that is left out"};
 }
 
 // ---- a new answer -------------------------------------------------------------------------------

@@ -28,6 +28,16 @@ void set_error(origin where, bad_value& error) {
   made.restore();
 }
 
+void set_error(origin where, const missing_key& error) {
+  PyErr_SetObject(PyExc_KeyError, error.key.get());
+  saved_error made;
+  if (made.is_a(PyExc_KeyError)) {  // else memory ran out
+    const std::string note = std::string(where.name) + where.mark + ": " + error.expected;
+    if (!version::add_note(made.value().get(), note.c_str())) return;
+  }
+  made.restore();
+}
+
 }  // namespace
 
 std::uintptr_t entry_guard::find_stack_end() noexcept {
@@ -57,6 +67,8 @@ void set_error_of_exception(origin where) noexcept {
       // Python sets no error where it has no memory for the name of a type.
       if (PyErr_Occurred() == nullptr) PyErr_NoMemory();
     } catch (bad_value& error) {
+      set_error(where, error);
+    } catch (const missing_key& error) {
       set_error(where, error);
     } catch (const std::length_error&) {
       PyErr_NoMemory();

@@ -40,8 +40,9 @@ std::string description(handle value) {
 void bad_value::prepend(step here) {
   if (kind == fault::recursion) return;  // its place would be as long as it is deep
   if (here.form == step::form::key) return prepend_key(here.text);
-  std::string first(here.text);
-  if (here.form == step::form::index) first.append("[").append(std::to_string(here.index)) += ']';
+  const bool is_index = here.form == step::form::index;
+  std::string first(is_index ? "[" : here.text);
+  if (is_index) first.append(std::to_string(here.index)).append("]");
   // An index, a key or a dotted name is a part of what stands before it; other words are not.
   const bool a_part = place.empty() || place[0] == '[' || place[0] == '.' || first.back() == '.';
   place = first + (a_part ? "" : ": ") + place;
@@ -49,8 +50,8 @@ void bad_value::prepend(step here) {
 
 void bad_value::prepend_key(text_view key) {
   if (kind == fault::recursion) return;
-  std::string here("[");
-  here.append(quoted(key)) += ']';
+  std::string here = "[";
+  here.append(quoted(key)).append("]");
   prepend(std::string_view(here));
 }
 
@@ -74,11 +75,6 @@ void refuse_name(fault kind, std::string_view what, text_view name) {
 }
 
 // ---- Python's own errors ------------------------------------------------------------------------
-
-void raise_missing_key(handle key) {
-  PyErr_SetObject(PyExc_KeyError, key.get());
-  throw python_error_set{};
-}
 
 void raise_size_mismatch(std::int64_t measured, std::int64_t built) {
   raise_error(PyExc_AssertionError, "a candidate measured as %lld characters takes %lld",

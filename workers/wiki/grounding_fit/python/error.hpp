@@ -43,6 +43,13 @@ struct bad_value {
   owned message(std::string_view led_by) const;
 };
 
+// A key that is not there. Its KeyError holds the key alone, as Python's own do, so where errors
+// can have notes one says where the key was expected and for what.
+struct missing_key {
+  handle key;
+  const char* expected;  // "result: expected a 'page_id', ..."
+};
+
 // The way from an argument to a value: place("parts.prose", 3, ".seeds", 0). The steps become a
 // text only when an error comes by.
 template <class... Steps>
@@ -90,8 +97,6 @@ decltype(auto) within(const Where& here, Body&& body) {
 [[noreturn, gnu::cold]] void refuse(fault kind, std::string_view what);
 // The same with a text of the caller's at its end: "unexpected argument 'wrong'".
 [[noreturn, gnu::cold]] void refuse_name(fault kind, std::string_view what, text_view name);
-// Sets KeyError(key).
-[[noreturn, gnu::cold]] void raise_missing_key(handle key);
 // Sets AssertionError: the sizes of a candidate, measured and built, that must be the same.
 [[noreturn, gnu::cold]] void raise_size_mismatch(std::int64_t measured, std::int64_t built);
 

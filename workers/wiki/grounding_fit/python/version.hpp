@@ -99,6 +99,17 @@ inline PyObject* dict_item(PyObject* dict, PyObject* key) {
 #endif
 }
 
+// From 3.11 on an error can have notes, which are shown below it. False with Python's error set.
+inline bool add_note([[maybe_unused]] PyObject* error, [[maybe_unused]] const char* note) {
+#if PY_VERSION_HEX >= 0x030B0000
+  PyObject* added = PyObject_CallMethod(error, "add_note", "s", note);
+  Py_XDECREF(added);
+  return added != nullptr;
+#else
+  return true;
+#endif
+}
+
 // Keeps other threads from changing a container, until one of our steps waits for something.
 class critical_section {
  public:
