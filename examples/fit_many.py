@@ -2,9 +2,9 @@
 
 Each page is made by the worker that fits it, of the code that it reads itself; its answer and main
 figures come back, and for the workbench the page as a line of JSON. Workers are processes of this
-machine, interpreters of this process, or those of a running Dask scheduler. They see the repository
-under the same path, run the same version of CPython, and have the built module, the project root and
-its folder workbench on PYTHONPATH:
+machine, interpreters of this process, or those of a running Dask scheduler. They see the
+repository under the same path, run the same version of CPython, and have the built module, the
+project root and its folder workbench on PYTHONPATH:
 
     python examples/fit_many.py --repo ~/code/app --workers 4 --try code_floor=.2
     python examples/fit_many.py --repo ~/code/app --interpreters
@@ -13,6 +13,7 @@ its folder workbench on PYTHONPATH:
 
 import argparse
 import contextlib
+import importlib
 import os
 import pickle
 import platform
@@ -251,10 +252,10 @@ def main(arguments: Sequence[str]) -> int:
 
 
 if __name__ == "__main__":
-    from examples import fit_many  # interpreters hand on what has a name that all can import
-
+    # Interpreters hand on what they all can import, and that the main program is not.
+    importable = importlib.import_module("examples.fit_many")
     try:
-        sys.exit(fit_many.main(sys.argv[1:]))
+        sys.exit(importable.main(sys.argv[1:]))
     except KeyboardInterrupt:
         sys.exit(130)
     except OSError as error:

@@ -1,9 +1,11 @@
 """Makes the source archive and the wheels, and tries them where nothing of the checkout is.
 
-    python wheels.py sdist DIR           # the archive, into DIR
-    python wheels.py wheel DIR PYTHON    # a tested wheel of that archive for a CPython, into DIR
+    python wheels.py sdist DIR                    # the archive, into DIR
+    python wheels.py wheel DIR PYTHON             # a tested wheel of it for a CPython, into DIR
     python wheels.py wheel DIR MACHINE VERSION    # the same for one of Debian's, which qemu runs
-    python wheels.py plan DIR MACHINE    # the steps that make all, of the CPythons on standard input
+    python wheels.py plan DIR MACHINE             # the steps that make all wheels
+
+The plan reads the CPythons that are here, a VERSION and a path a line.
 """
 
 import os
@@ -44,7 +46,7 @@ def make_archive(tools: Path, target: Path) -> None:
 def stamp_of_the_sources() -> str:
     """Return the time that is written into what is made: the last commit's, or the change log's."""
     asked = ["git", "-C", ROOT, "log", "-1", "--format=%ct"]
-    told = subprocess.run(asked, stdout=subprocess.PIPE, text=True).stdout.strip()
+    told = subprocess.run(asked, stdout=subprocess.PIPE, text=True, check=False).stdout.strip()
     return told or str(int((ROOT / "CHANGELOG.md").stat().st_mtime))
 
 
@@ -105,7 +107,7 @@ def try_wheel(tools: Path, work: Path, wheel: Path, emulated: bool) -> None:
 
 
 def plan(target: Path, machine: str) -> None:
-    """Print a step for each CPython; one that is not here, or is for another machine, is Debian's."""
+    """Print a step for each CPython, which is Debian's unless there is one of this machine here."""
     here = dict(line.split(" ", 1) for line in sys.stdin.read().splitlines())
     needs = f"debootstrap qemu-{machine}-static:qemu-user-static"
     if machine != platform.machine():
