@@ -2,16 +2,18 @@
 
 Each page is made by the worker that fits it, of the code that it reads itself; its answer and main
 figures come back, and for the workbench the page as a line of JSON. Workers are processes of this
-machine, or those of a running Dask scheduler. They see the repository under the same path, run the
-same version of CPython, and have the built module, the project root and its folder workbench on
-PYTHONPATH:
+machine, interpreters of this process, or those of a running Dask scheduler. They see the
+repository under the same path, run the same version of CPython, and have the built module, the
+project root and its folder workbench on PYTHONPATH:
 
     python examples/fit_many.py --repo ~/code/app --workers 4 --try code_floor=.2
+    python examples/fit_many.py --repo ~/code/app --interpreters
     python examples/fit_many.py --repo ~/code/app --dask tcp://scheduler:8786
 """
 
 import argparse
 import contextlib
+import importlib
 import os
 import pickle
 import platform
@@ -35,6 +37,8 @@ from grounding_fit_workbench.options import (
 from grounding_fit_workbench.terminal import progress, say
 from grounding_fit_workbench.workers import process_pool
 
+# What a process needs for its first page, loaded once and forked.
+PRELOADED = ["grounding_fit", "examples.host", "examples.repository", "workers.context_builder"]
 VERSION = f"{sys.version_info.major}.{sys.version_info.minor}"
 
 
@@ -123,6 +127,21 @@ def run(executor: Executor, jobs: dict[str, Job]) -> Run:
     return Run(fitted, failed, sent, back, perf_counter() - started)
 
 
+@contextlib.contextmanager
+def interpreter_pool(workers: int) -> Iterator[Executor]:
+    """Give interpreters of this process; on Ctrl-C those at work finish their page."""
+    try:
+        from concurrent.futures import InterpreterPoolExecutor
+    except ImportError:
+        sys.exit(f"--interpreters: CPython 3.14 or newer is needed, and this is {VERSION}")
+    with InterpreterPoolExecutor(workers) as pool:
+        try:
+            yield pool
+        except KeyboardInterrupt:
+            pool.shutdown(wait=False, cancel_futures=True)
+            raise
+
+
 def check_versions(client: object, address: str) -> None:
     """End the program when a part of the cluster could not even load what it is sent."""
     versions = client.get_versions()
@@ -157,6 +176,15 @@ def dask_workers(address: str) -> Iterator[Executor]:
             executor.shutdown(wait=False)  # what is still to be done is not wanted any more
 
 
+def workers_of(args: argparse.Namespace) -> contextlib.AbstractContextManager[Executor]:
+    """Return the workers that were asked for."""
+    if args.dask:
+        return dask_workers(args.dask)
+    if args.interpreters:
+        return interpreter_pool(args.workers)
+    return process_pool(args.workers, preloaded=PRELOADED if args.forkserver else ())
+
+
 def print_table(done: Run) -> None:
     """Show what was made, how fast, and what it took to send it about."""
     pages = done.fitted.values()
@@ -185,7 +213,10 @@ def parse_arguments(arguments: Sequence[str]) -> argparse.Namespace:
     option("--page", default="module", metavar="TYPE", help="module, getting-started, ...")
     option("--budget", type=at_least(0), default=8000, help="tokens of a page (default: 8000)")
     option("--symbols", type=at_least(0), default=180, help="most symbol blocks (default: 180)")
-    option("--dask", metavar="ADDRESS", help="a Dask scheduler whose workers make the pages")
+    which = parser.add_mutually_exclusive_group().add_argument
+    which("--dask", metavar="ADDRESS", help="a Dask scheduler whose workers make the pages")
+    which("--interpreters", action="store_true", help="interpreters in place of processes")
+    which("--forkserver", action="store_true", help="processes forked off one that is ready")
     option(
         "--save", type=writable, metavar="FILE", help="keep the pages in a file, for the workbench"
     )
@@ -207,7 +238,7 @@ def main(arguments: Sequence[str]) -> int:
     from grounding_fit_workbench.commands import compare_file  # here, for workers need none of it
 
     args = parse_arguments(arguments)
-    with dask_workers(args.dask) if args.dask else process_pool(args.workers) as executor:
+    with workers_of(args) as executor:
         done = run(executor, args.jobs)
     for name, reason in sorted(done.failed.items()):
         say(f"{name}: {reason}", "")
@@ -221,8 +252,10 @@ def main(arguments: Sequence[str]) -> int:
 
 
 if __name__ == "__main__":
+    # Interpreters hand on what they all can import, and that the main program is not.
+    importable = importlib.import_module("examples.fit_many")
     try:
-        sys.exit(main(sys.argv[1:]))
+        sys.exit(importable.main(sys.argv[1:]))
     except KeyboardInterrupt:
         sys.exit(130)
     except OSError as error:

@@ -22,6 +22,8 @@ ROOT = Path(__file__).resolve().parent.parent
 LIBRARY = Path(os.__file__).parent
 PROGRAM = [sys.executable, str(ROOT / "examples/fit_many.py")]
 ENV = {**os.environ, "PYTHONPATH": os.pathsep.join([*sys.path, str(ROOT), str(ROOT / "workbench")])}
+INTERPRETERS = sys.version_info >= (3, 14)  # in an executor of their own
+KINDS = [[], ["--forkserver"], *([["--interpreters"]] if INTERPRETERS else [])]
 
 
 class FitMany(unittest.TestCase):
@@ -38,10 +40,17 @@ class FitMany(unittest.TestCase):
             for name, folder in repository.packages(self.root).items()
         }
 
-    def test_processes_bring_back_what_one_call_gives(self):
+    def test_workers_of_every_kind_bring_back_what_one_call_gives(self):
+        for kind in KINDS:
+            with self.subTest(kind=kind):
+                self.check_workers(kind)
+
+    def check_workers(self, kind):
+        """Hold what workers of a kind bring back against calls here."""
         told = self.root / "told.json"
         done = []
         arguments = ["--repo", self.root, "--workers", "1", "--try", "first=digest", "--json", told]
+        arguments += kind
         keep = mock.patch.object(fit_many, "print_table", done.append)
         with keep, contextlib.redirect_stdout(io.StringIO()) as out:
             self.assertEqual(fit_many.main([*map(str, arguments)]), 1)
@@ -73,6 +82,11 @@ class FitMany(unittest.TestCase):
         with contextlib.redirect_stdout(io.StringIO()) as out:
             fit_many.print_table(fit_many.Run(fitted, {}, 9, 9, 1.0))
         self.assertRegex(out.getvalue(), "over the cap +2 before: one, two\n.* 1 after: two\n")
+
+    @unittest.skipIf(INTERPRETERS, "this CPython has them")
+    def test_a_python_without_interpreters_says_what_it_needs(self):
+        with self.assertRaisesRegex(SystemExit, "^--interpreters: CPython 3.14 or newer is needed"):
+            fit_many.main(["--repo", str(self.root), "--interpreters"])
 
     def test_wrong_uses_are_told_in_a_line(self):
         absent = self.root / "absent"

@@ -35,6 +35,7 @@ compile() {
     cat "$built.log" >&2
     return 1
   }
+  grep -s 'not tried yet' "$built.log" >&2 || true
 }
 
 # Sets built to the folder of this CPython and the preset, which then holds the module.

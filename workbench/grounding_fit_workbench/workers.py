@@ -6,7 +6,7 @@ import contextlib
 import importlib
 import multiprocessing
 import signal
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterator, Sequence
 from concurrent.futures import Executor, ProcessPoolExecutor
 from pathlib import Path
 from typing import TypeVar
@@ -29,9 +29,13 @@ def prepare(host: str) -> None:
 
 
 @contextlib.contextmanager
-def process_pool(workers: int, host: str = "") -> Iterator[Executor]:
-    """Give processes that share nothing with this one, and end them at once on Ctrl-C."""
-    apart = multiprocessing.get_context("spawn")
+def process_pool(workers: int, host: str = "", preloaded: Sequence[str] = ()) -> Iterator[Executor]:
+    """Give processes that share nothing with this one, and end them at once on Ctrl-C.
+
+    With modules to load they are forked off a process that has loaded these and started no thread.
+    """
+    apart = multiprocessing.get_context("forkserver" if preloaded else "spawn")
+    apart.set_forkserver_preload([*preloaded])
     pool = ProcessPoolExecutor(workers, apart, initializer=prepare, initargs=(host,))
     with pool:
         try:

@@ -11,6 +11,8 @@ runnable_kernels::runnable_kernels() noexcept {
     kernels_.at(count_++) = k_avx512_kernel;
   }
   if (__builtin_cpu_supports("avx2")) kernels_.at(count_++) = k_avx2_kernel;
+#elif defined(__aarch64__)
+  kernels_.at(count_++) = k_neon_kernel;
 #endif
   kernels_.at(count_++) = k_portable_kernel;
 }
