@@ -6,6 +6,7 @@ from collections.abc import Callable, Iterable, Sequence
 from html import escape
 from pathlib import Path
 
+from grounding_fit_workbench.browser.writer import style
 from grounding_fit_workbench.comparison import Comparison, PageRow, Result
 from grounding_fit_workbench.tables import signed
 
@@ -24,7 +25,7 @@ def overview_text(found: Comparison, link: Link = lambda page: "") -> str:
         section("Failed", failed_list(found)),
     ]
     inlined = {
-        "STYLE": (folder / "page.css").read_text("utf-8"),
+        "STYLE": style("page"),
         "SUMMARY": f"{len(found.pages):,} pages{failed}, each fitted on the agent path. Changes are "
         "beside the first row: − lost or fewer, + won or more.",
         "SECTIONS": "\n".join(sections),

@@ -1,0 +1,126 @@
+// The table of fact blocks: what became of each, why, and what would keep it.
+import { data, facts, refusalOf } from "./data.js";
+import { html, svg } from "./dom.js";
+import { isOwn, state, stateWith, turn } from "./knobs.js";
+import { Rows } from "./rows.js";
+import { filled, number, spoken, spokenRun } from "./words.js";
+
+const STRIP = 140; // the width of a strip of budgets, in its own units
+const STRETCHES = 3; // that are told before a row is opened
+const { states } = data;
+const reach = states.budgets[states.budgets.length - 1].budget;
+
+export const verdict = (text, look) =>
+  html("span", { class: `verdict ${look}` }, html("i", { "aria-hidden": "true" }, MARKS[look]), text);
+const MARKS = { kept: "✓ ", part: "◐ ", lost: "✕ " };
+
+// The budgets with which something stands, as a strip as far as the knob reaches, and in words.
+export function budgetsOf(runs, part) {
+  const across = (budget) => Math.min(STRIP, (budget / reach) * STRIP);
+  const box = { class: "strip", viewBox: `0 0 ${STRIP} 8`, preserveAspectRatio: "none", "aria-hidden": "true" };
+  const strip = svg("svg", box, svg("rect", { width: STRIP, height: 8, class: "ink free" }));
+  for (const [from, to] of runs) {
+    const width = Math.max(1, across(to ?? reach) - across(from));
+    if (from <= reach) strip.append(svg("rect", { x: across(from), width, height: 8, class: `ink ${part}` }));
+  }
+  const x = across(state().budget);
+  strip.append(svg("line", { x1: x, x2: x, y1: 0, y2: 8, class: "cursor" }));
+  const many = runs.length > STRETCHES;
+  const between = many ? spokenRun([runs[0][0], runs[runs.length - 1][1]]) : "";
+  return [strip, html("small", {}, many ? `${runs.length} stretches in ${between}` : spoken(runs))];
+}
+
+// A change that a knob can make here is one click away.
+function change({ knob, to, words }) {
+  const name = { budget: "budget", code_floor: "floor" }[knob];
+  const at = name ? stateWith(name, to) : -1;
+  const item = html("li", { class: "kept" }, html("i", { "aria-hidden": "true" }, "+ "), `${words} `);
+  if (at >= 0) {
+    const button = html("button", { type: "button", class: "try stop", tabindex: -1 }, "try it");
+    button.addEventListener("click", () => turn(name, at));
+    item.append(button);
+  }
+  return item;
+}
+
+export function adviceOn(advice) {
+  if (!advice || !isOwn()) return "";
+  const refused = advice.refused.map((words) =>
+    html("li", { class: "lost" }, html("i", { "aria-hidden": "true" }, "− "), words),
+  );
+  return html("ul", { class: "advice" }, ...advice.changes.map(change), ...refused);
+}
+
+function agentCell({ index, always, advice }) {
+  const refusal = refusalOf(state().agent, index);
+  if (!refusal) return verdict(always || "kept", "kept");
+  const reason = filled(refusal.sentence, refusal.values);
+  return [verdict(refusal.verdict, "lost"), html("small", {}, reason), adviceOn(advice)];
+}
+
+function details({ cost, adds, runs }) {
+  const [api, agent] = runs.map(spoken);
+  return html(
+    "p",
+    {},
+    `For its share it counts ${number(cost[0])} + ${number(cost[1])} JSON characters, with quotes, brackets
+     and all its seeds; to an answer it adds ${number(adds[0])} + ${number(adds[1])}. For an agent it is kept
+     at budgets of ${agent}. For the API it is whole at ${api}.`,
+  );
+}
+
+function rowOf(fact) {
+  const { index, label, key, cost, tokens, runs } = fact;
+  const refusal = refusalOf(state().agent, index);
+  const api = state().api.facts[index];
+  const look = { whole: "kept", cut: "part", "no text": "kept" }[api] ?? "lost";
+  const kind = key ? `, kind ${key}` : "";
+  return {
+    kind: "fact",
+    id: `fact-${index}`,
+    index,
+    name: label,
+    search: `${label} ${key}`,
+    look: refusal ? "left-out" : null,
+    below: html(
+      "small",
+      {},
+      `block ${number(index + 1)}${kind}`,
+      html("br"),
+      `${number(cost[0])} + ${number(cost[1])} of seeds`,
+    ),
+    left: Boolean(refusal),
+    cut: api !== "whole" && api !== "no text",
+    size: cost[0] + cost[1],
+    seeds: cost[1],
+    tokens,
+    short: refusal ? (refusal.short ?? Infinity) : -1,
+    cells: () => [
+      agentCell(fact),
+      budgetsOf(runs[1], "facts"),
+      [verdict(api, look), html("small", {}, `${number(tokens)} tokens; whole at budgets of`), ...budgetsOf(runs[0], "facts")],
+    ],
+    details: () => details(fact),
+  };
+}
+
+const table = new Rows("fact", {
+  columns: ["Block, JSON characters", "For an agent", "Kept at budgets of", "For the API"],
+  choices: {
+    "left out for an agent": ({ left }) => left,
+    "cut or left out for the API": ({ cut }) => cut,
+    all: () => true,
+  },
+  orders: {
+    "reading order": (one, other) => one.index - other.index,
+    "left out first, then largest": (one, other) => other.left - one.left || other.size - one.size,
+    "largest first": (one, other) => other.size - one.size,
+    "most seeds first": (one, other) => other.seeds - one.seeds,
+    "closest to fitting first": (one, other) => other.left - one.left || one.short - other.short,
+    "most tokens first": (one, other) => other.tokens - one.tokens,
+  },
+  make: {},
+});
+
+export const factTable = table;
+export const tellFacts = () => table.update(facts.map(rowOf));
