@@ -102,16 +102,3 @@ export function outcomeOf(path, rank) {
   if (rank < path.bodies) return "body";
   return rank < path.bodies + path.listed ? "listed" : "not shown";
 }
-
-let unpacked = null;
-async function unpack() {
-  const bytes = Uint8Array.from(atob(byId("texts").textContent), (char) => char.charCodeAt(0));
-  const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream("deflate"));
-  return JSON.parse(await new Response(stream).text());
-}
-
-// The length of a block's text in code points, and as much of it as is stored.
-export async function textOf(kind, index) {
-  unpacked ??= unpack();
-  return (await unpacked)[kind === "fact" ? index : facts.length + index];
-}

@@ -3,6 +3,7 @@ import { data, facts, refusalOf } from "./data.js";
 import { html, svg } from "./dom.js";
 import { isOwn, state, stateWith, turn } from "./knobs.js";
 import { Rows } from "./rows.js";
+import { textBox } from "./texts.js";
 import { filled, number, spoken, spokenRun } from "./words.js";
 
 const STRIP = 140; // the width of a strip of budgets, in its own units
@@ -51,11 +52,11 @@ export function adviceOn(advice) {
   return html("ul", { class: "advice" }, ...advice.changes.map(change), ...refused);
 }
 
-function agentCell({ index, always, advice }) {
+function agentCell({ index, always }) {
   const refusal = refusalOf(state().agent, index);
   if (!refusal) return verdict(always || "kept", "kept");
   const reason = filled(refusal.sentence, refusal.values);
-  return [verdict(refusal.verdict, "lost"), html("small", {}, reason), adviceOn(advice)];
+  return [verdict(refusal.verdict, "lost"), html("small", {}, reason)];
 }
 
 function details({ cost, adds, runs }) {
@@ -70,39 +71,37 @@ function details({ cost, adds, runs }) {
 }
 
 function rowOf(fact) {
-  const { index, label, key, cost, tokens, runs } = fact;
+  const { index, label, key, cost, tokens, runs, advice } = fact;
   const refusal = refusalOf(state().agent, index);
   const api = state().api.facts[index];
   const look = { whole: "kept", cut: "part", "no text": "kept" }[api] ?? "lost";
-  const kind = key ? `, kind ${key}` : "";
-  return {
-    kind: "fact",
+  const place = `block ${number(index + 1)}${key ? `, kind ${key}` : ""}`;
+  const size = `${number(cost[0])} + ${number(cost[1])} of seeds`;
+  const whole = html("small", {}, `${number(tokens)} tokens; whole at budgets of`);
+  const row = {
     id: `fact-${index}`,
     index,
-    name: label,
     search: `${label} ${key}`,
-    look: refusal ? "left-out" : null,
-    below: html(
-      "small",
-      {},
-      `block ${number(index + 1)}${kind}`,
-      html("br"),
-      `${number(cost[0])} + ${number(cost[1])} of seeds`,
-    ),
     left: Boolean(refusal),
     cut: api !== "whole" && api !== "no text",
     size: cost[0] + cost[1],
     seeds: cost[1],
     tokens,
     short: refusal ? (refusal.short ?? Infinity) : -1,
+    head: () => [named(table, row, label), html("small", {}, place, html("br"), size)],
     cells: () => [
       agentCell(fact),
       budgetsOf(runs[1], "facts"),
-      [verdict(api, look), html("small", {}, `${number(tokens)} tokens; whole at budgets of`), ...budgetsOf(runs[0], "facts")],
+      [verdict(api, look), whole, ...budgetsOf(runs[0], "facts")],
     ],
-    details: () => details(fact),
+    under: () => refusal && adviceOn(advice),
+    opened: () => [details(fact), textBox("fact", index)],
   };
+  return row;
 }
+
+// The name of a block or symbol opens its text.
+export const named = (rows, row, name) => rows.opener(row, "text", html("bdi", {}, name));
 
 const table = new Rows("fact", {
   columns: ["Block, JSON characters", "For an agent", "Kept at budgets of", "For the API"],
@@ -119,7 +118,6 @@ const table = new Rows("fact", {
     "closest to fitting first": (one, other) => other.left - one.left || one.short - other.short,
     "most tokens first": (one, other) => other.tokens - one.tokens,
   },
-  make: {},
 });
 
 export const factTable = table;

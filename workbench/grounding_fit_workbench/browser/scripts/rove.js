@@ -3,7 +3,19 @@
 const STEPS = {
   row: { ArrowRight: 1, ArrowLeft: -1 },
   column: { ArrowDown: 1, ArrowUp: -1 },
+  grid: { ArrowRight: 1, ArrowLeft: -1 },
 };
+const ROWS = { ArrowDown: 1, ArrowUp: -1 };
+
+// The number of the next item in the same column of a table.
+function inColumn(all, at, step) {
+  const place = (item) => item.closest("td, th").cellIndex;
+  const row = all[at].closest("tr");
+  let to = at;
+  do to += step;
+  while (all[to] && (all[to].closest("tr") === row || place(all[to]) !== place(all[at])));
+  return to;
+}
 
 export function rove(container, selector, along) {
   let stop = null;
@@ -15,12 +27,17 @@ export function rove(container, selector, along) {
     stop = item;
   }
 
+  function next(all, at, key) {
+    const ends = { Home: 0, End: all.length - 1 };
+    if (key in ends) return ends[key];
+    return along === "grid" && key in ROWS ? inColumn(all, at, ROWS[key]) : at + STEPS[along][key];
+  }
+
   container.addEventListener("keydown", (event) => {
     const all = items();
     const at = all.indexOf(event.target.closest(selector));
-    const ends = { Home: 0, End: all.length - 1 };
-    const to = event.key in ends ? ends[event.key] : at + STEPS[along][event.key];
-    if (at < 0 || !all[to]) return;
+    const to = at < 0 ? -1 : next(all, at, event.key);
+    if (!all[to]) return;
     stopAt(all[to]);
     all[to].focus();
     event.preventDefault();

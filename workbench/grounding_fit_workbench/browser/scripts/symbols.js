@@ -1,9 +1,10 @@
 // The table of symbols: those around a cut first, since there a change shows.
 import { data, outcomeOf } from "./data.js";
 import { fill, html } from "./dom.js";
-import { adviceOn, budgetsOf, verdict } from "./facts.js";
+import { adviceOn, budgetsOf, named, verdict } from "./facts.js";
 import { state } from "./knobs.js";
 import { Rows } from "./rows.js";
+import { textBox } from "./texts.js";
 import { number, spoken } from "./words.js";
 
 const AROUND = 4; // symbols on either side of a cut
@@ -36,24 +37,27 @@ function rowOf(name, rank) {
   const least = symbols.least[rank];
   const place = symbols.places[rank];
   const from = least === null ? "no budget" : least === 0 ? "any budget" : `budgets of ${number(least)} on`;
-  return {
-    kind: "symbol",
+  const row = {
     id: `symbol-${rank}`,
     index: rank,
     name,
     search: `${name} ${place}`,
-    below: html("small", {}, `rank ${number(rank + 1)}`, place && `, ${place}`),
     near: nearCut(rank),
     tokens,
     agent,
     api,
+    head: () => [named(table, row, name), html("small", {}, `rank ${number(rank + 1)}`, place && `, ${place}`)],
     cells: () => [
       [verdict(agent, LOOKS[agent]), html("small", {}, `${number(text)} + ${number(seeds)} of its seed`)],
       budgetsOf(agentRuns(rank), "bodies"),
       [verdict(api, LOOKS[api]), html("small", {}, `${number(tokens)} tokens; body at ${from}`)],
     ],
-    details: () => html("p", {}, `For an agent its body stands at budgets of ${spoken(agentRuns(rank))}.`),
+    opened: () => [
+      html("p", {}, `For an agent its body stands at budgets of ${spoken(agentRuns(rank))}.`),
+      textBox("symbol", rank),
+    ],
   };
+  return row;
 }
 
 const table = new Rows("symbol", {
@@ -69,11 +73,9 @@ const table = new Rows("symbol", {
     "most tokens first": (one, other) => other.tokens - one.tokens,
     "by name": (one, other) => (one.name < other.name ? -1 : 1),
   },
-  make: {
-    gap: (before, row, order) => {
-      const between = before && order === "best first" ? row.index - before.index - 1 : 0;
-      return between > 0 ? `${number(between)} between, of the same outcomes or filtered out` : "";
-    },
+  gap: (before, row, order) => {
+    const between = before && order === "best first" ? row.index - before.index - 1 : 0;
+    return between > 0 ? `${number(between)} between, of the same outcomes or filtered out` : "";
   },
 });
 
