@@ -37,6 +37,8 @@ class PageRow:
     name: str
     by_policy: dict[str, Result]
     kinds: list[str]  # of its fact blocks: the key, or else the label
+    labels: list[str]  # of its fact blocks
+    symbols: int
 
     def changes(self, policy: str) -> tuple[int, int, int]:
         """Return the blocks won and lost, and by how much the bodies differ, beside the first row."""
@@ -127,8 +129,9 @@ def tried_on(number: int, page: Page | Refused, *, trials: Sequence[Trial]) -> P
             results[trial.name] = result_of(page, trial)
         except Exception as error:  # the host's utilities may raise anything
             return Failed(page.name, f"{trial.name}: {type(error).__name__}: {error}")
-    kinds = [block.key or block.label() for block in page.parts.prose]
-    return PageRow(number, page.name, results, kinds)
+    labels = [block.label() for block in page.parts.prose]
+    kinds = [block.key or label for block, label in zip(page.parts.prose, labels)]
+    return PageRow(number, page.name, results, kinds, labels, len(page.parts.blocks))
 
 
 def result_of(page: Page, trial: Trial) -> Result:

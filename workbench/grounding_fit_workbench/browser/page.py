@@ -22,7 +22,7 @@ from typing import Any
 
 from grounding_fit_workbench.browser.growth import by_budget, by_floor, of_api
 from grounding_fit_workbench.browser.states import States
-from grounding_fit_workbench.browser.writer import written
+from grounding_fit_workbench.browser.writer import shown, written
 from grounding_fit_workbench.budget_ranges import Range, Ranges, ranges, spans
 from grounding_fit_workbench.cases import Advice
 from grounding_fit_workbench.floor_ranges import floors
@@ -30,7 +30,6 @@ from grounding_fit_workbench.module import fit
 from grounding_fit_workbench.page_lines import Page
 from grounding_fit_workbench.pieces import Costs, fact_rows, fit_agent, symbol_name
 from grounding_fit_workbench.remedies import advice
-from grounding_fit_workbench.terminal import safe
 
 ALWAYS = ("always kept", "kept first")
 Data = dict[str, Any]
@@ -89,15 +88,6 @@ def advice_data(found: Advice) -> Data:
     """Return what would keep something, in words and as the value of a knob, and what would not."""
     changes = [{"knob": each.knob, "to": each.exact, "words": str(each)} for each in found.changes]
     return {"what": found.what, "changes": changes, "refused": found.refused}
-
-
-def shown(value: Any) -> Any:
-    """Return a value in whose texts nothing turns the direction of what stands beside them."""
-    if isinstance(value, str):
-        return safe(value)
-    if isinstance(value, dict):
-        return {key: shown(item) for key, item in value.items()}
-    return [shown(item) for item in value] if isinstance(value, (list, tuple)) else value
 
 
 def page_data(page: Page, head: list[str]) -> Data:

@@ -16,6 +16,7 @@ from pathlib import Path
 from typing import Any
 
 from grounding_fit_workbench.palette import css_names
+from grounding_fit_workbench.terminal import safe
 
 FOLDER = Path(__file__).parent
 IMPORT = re.compile(r'^import (\{[^}]*\}) from "\./(\w+)\.js";$', re.MULTILINE)
@@ -48,7 +49,8 @@ def colours() -> str:
     light, dark = (
         "".join(f"--{name}: {pair[at]}; " for name, *pair in css_names()) for at in (0, 1)
     )
-    return f":root {{ {light}}}\n@media screen and (prefers-color-scheme: dark) {{ :root {{ {dark}}} }}\n"
+    in_dark = "@media screen and (prefers-color-scheme: dark)"
+    return f":root {{ {light}}}\n{in_dark} {{ :root {{ {dark}}} }}\n"
 
 
 def style(name: str) -> str:
@@ -74,6 +76,15 @@ def packed(texts: list[str]) -> str:
         if len(made) <= MOST_PACKED or most <= 100:
             return made
         most //= 2
+
+
+def shown(value: Any) -> Any:
+    """Return a value in whose texts nothing turns the direction of what stands beside them."""
+    if isinstance(value, str):
+        return safe(value)
+    if isinstance(value, dict):
+        return {key: shown(item) for key, item in value.items()}
+    return [shown(item) for item in value] if isinstance(value, (list, tuple)) else value
 
 
 def as_json(data: Any) -> str:
