@@ -100,7 +100,7 @@ class Browser:
     def wait_for(self, expression):
         """Wait until something is so."""
         ends = time.monotonic() + PATIENCE
-        while not self.value(expression):
+        while not self.value(f"Boolean({expression})"):
             if time.monotonic() > ends:
                 raise TimeoutError(expression)
             time.sleep(0.02)

@@ -56,7 +56,7 @@ build() {
   say "the module is in $out/$tag"
 }
 
-with_module() { PYTHONPATH="$out/$tag:$root:$root/tests" PYTHONDONTWRITEBYTECODE=1 "$@"; }
+with_module() { PYTHONPATH="$out/$tag:$root:$root/tests:$root/workbench" PYTHONDONTWRITEBYTECODE=1 "$@"; }
 
 # Refuses what CTest does not know: some of its versions pass over it and run every test.
 ctest_takes() {

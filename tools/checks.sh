@@ -113,10 +113,10 @@ check_stub() {
   if "${mypy[@]}" "$program"; then return 1; fi
 }
 
-# The example's page in a browser, which checks what it has drawn.
+# The workbench's pages in a browser, driven by keys; pictures of them are left for the eye.
 check_browser() {
   build
-  tests/check_browser.sh "$(type -P chromium)" "$python" "$out/$tag" "$out/check/browser"
+  with_module "$python" tests/check_browser.py "$(type -P chromium)" "$out/check/browser"
 }
 
 # The numbers and the picture of the page that the documents work through are those of the module.

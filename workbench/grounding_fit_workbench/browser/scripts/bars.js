@@ -105,8 +105,8 @@ function shareRow([key, used, limit]) {
 export function drawBar(path, fitted) {
   const total = fitted.pieces.reduce((sum, { size }) => sum + size, 0);
   const unit = UNITS[path];
-  const over = total - fitted.room;
-  const left = over > 0 ? `${number(over)} over` : `${number(-over)} free`;
+  const free = fitted.room - total;
+  const left = free < 0 ? `${number(-free)} over` : `${number(free)} free`;
   fill(`${path}-total`, `${number(total)} of ${number(fitted.room)} ${unit}, ${left}`);
   byId(`${path}-bar`).replaceChildren(drawing(path, fitted, total));
   fill(`${path}-told`, "Point at a piece to read what it is, or go along the bar with the arrow keys.");

@@ -3,7 +3,7 @@ import { byId, fill, html } from "./dom.js";
 import { Table } from "./table.js";
 import { counted, number } from "./words.js";
 
-const MOST = 60; // rows that are shown before more are asked for
+const MOST = 30; // rows that are shown before more are asked for
 
 // Its rows have `search` too, a text, and what the choices and orders ask them for.
 export class Rows extends Table {
