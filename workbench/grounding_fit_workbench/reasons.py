@@ -79,10 +79,9 @@ def api_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
     facts = report["facts"]
     code = report["code"]
     used = report["used"]
-    parts_of_code = f"bodies {used:,} and listing {code - used:,} take {code:,}"
-    if not report["symbols"]["listed"]:
-        parts_of_code = f"bodies take {code:,}"
-    takes = f"{parts_of_code} of {report['budget']:,}"
+    besides = "listing" if report["symbols"]["listed"] else "what joins them"
+    rest = f" and {besides} {code - used:,}" if code > used else ""
+    takes = f"bodies {used:,}{rest} take {code:,} of {report['budget']:,}"
     if facts["kept"] == facts["whole"]:
         yield f"All {facts['whole']:,} tokens of facts stand."
     elif facts["room"] == 0:

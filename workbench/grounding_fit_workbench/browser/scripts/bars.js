@@ -98,7 +98,7 @@ function shareRow([key, used, limit]) {
     patch("facts", { x: 0, y: 0, width: used * scale, height: 12 }),
     svg("line", { x1: limit * scale, x2: limit * scale, y1: 0, y2: 12, class: "limit" }),
   );
-  const words = `${key} blocks use ${number(used)} of the ${number(Math.floor(limit))} of their share`;
+  const words = `${key} blocks use ${number(used)} of the ${number(Math.floor(limit))} JSON characters of their share`;
   return html("li", {}, bar, words);
 }
 

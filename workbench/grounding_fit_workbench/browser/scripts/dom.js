@@ -8,7 +8,7 @@ function made(node, attributes, children) {
       node.setAttribute(name, value === true ? "" : value);
     }
   }
-  node.append(...children.filter((child) => child !== null && child !== ""));
+  node.append(...children.filter((child) => child !== null && child !== false && child !== ""));
   return node;
 }
 

@@ -15,8 +15,9 @@ export const verdict = (text, look) =>
   html("span", { class: `verdict ${look}` }, html("i", { "aria-hidden": "true" }, MARKS[look]), text);
 const MARKS = { kept: "✓ ", part: "◐ ", lost: "✕ " };
 
-// The budgets with which something stands, as a strip as far as the knob reaches, and in words.
-export function budgetsOf(runs, part) {
+// The budgets with which something stands, as a strip as far as the knob reaches, and in words. For an
+// agent they are those of the page's own code floor, whatever the knob of the floor shows.
+export function budgetsOf(runs, part, path = "agent") {
   const across = (budget) => Math.min(STRIP, (budget / reach) * STRIP);
   const box = { class: "strip", viewBox: `0 0 ${STRIP} 8`, preserveAspectRatio: "none", "aria-hidden": "true" };
   const strip = svg("svg", box, svg("rect", { width: STRIP, height: 8, class: "ink free" }));
@@ -24,11 +25,13 @@ export function budgetsOf(runs, part) {
     const width = Math.max(1, across(to ?? reach) - across(from));
     if (from <= reach) strip.append(svg("rect", { x: across(from), width, height: 8, class: `ink ${part}` }));
   }
+  const elsewhere = path === "agent" && state().floor !== data.own.floor;
   const x = across(state().budget);
-  strip.append(svg("line", { x1: x, x2: x, y1: 0, y2: 8, class: "cursor" }));
+  if (!elsewhere) strip.append(svg("line", { x1: x, x2: x, y1: 0, y2: 8, class: "cursor" }));
   const many = runs.length > STRETCHES;
   const between = many ? spokenRun([runs[0][0], runs[runs.length - 1][1]]) : "";
-  return [strip, html("small", {}, many ? `${runs.length} stretches in ${between}` : spoken(runs))];
+  const words = many ? `${runs.length} stretches in ${between}` : spoken(runs);
+  return [strip, html("small", {}, words, elsewhere && ` with a floor of ${data.own.floor}`)];
 }
 
 // A change that a knob can make here is one click away.
@@ -92,7 +95,7 @@ function rowOf(fact) {
     cells: () => [
       agentCell(fact),
       budgetsOf(runs[1], "facts"),
-      [verdict(api, look), whole, ...budgetsOf(runs[0], "facts")],
+      [verdict(api, look), whole, ...budgetsOf(runs[0], "facts", "api")],
     ],
     under: () => refusal && adviceOn(advice),
     opened: () => [details(fact), textBox("fact", index)],

@@ -1,7 +1,7 @@
 // The knobs: each goes through its states, and the other one back to the page's own value.
 import { data, knobs, ownAt, stateAt } from "./data.js";
 import { byId, fill, html } from "./dom.js";
-import { number, spokenRun, within } from "./words.js";
+import { counted, number, spokenRun, within } from "./words.js";
 
 const listeners = [];
 const positions = { ...ownAt };
@@ -26,8 +26,8 @@ function tellKnob(knob) {
 }
 
 function reachOfBudget({ holds }) {
-  const [agent, api] = holds.map(spokenRun);
-  return `For an agent the answer is the same at budgets of ${agent}. For the API the same bodies
+  const [agent, api] = holds.map((run) => (run[0] || run[1] !== null ? `budgets of ${spokenRun(run)}` : "any budget"));
+  return `For an agent the answer is the same at ${agent}. For the API the same bodies
     and whole blocks stand at ${api}; what is told of it is of this very budget.`;
 }
 
@@ -65,10 +65,10 @@ export function stateWith(knob, value) {
 function tellStored() {
   const answers = new Set(data.states.budgets.map(({ holds }) => holds[0][0])).size;
   const floors = data.states.floors.filter(({ holds }) => holds).length;
-  const budgets = `${number(answers)} of the ${number(data.symbols.bodies.length)} answers that
-    token budgets lead to, and ${number(floors)} of the ${number(data.states.floor_ranges)} that code
-    floors lead to, are stored here.`;
-  fill("stored", budgets);
+  const budgets = `${number(answers)} of the ${counted(data.symbols.bodies.length, "answer", "answers")}
+    that token budgets lead to`;
+  const all = floors ? `${budgets}, and ${number(floors)} of the ${number(data.states.floor_ranges)} of code floors` : budgets;
+  fill("stored", `Stored here: ${all}.`);
 }
 
 export function offerKnobs() {

@@ -4,9 +4,6 @@ export const number = (value) => (value === null ? "unknown" : value.toLocaleStr
 
 export const counted = (count, one, many) => `${number(count)} ${count === 1 ? one : many}`;
 
-export const signed = (value) =>
-  value === 0 ? "0" : `${value > 0 ? "+" : "−"}${number(Math.abs(value))}`;
-
 export function spokenRun([from, to]) {
   if (to === null) return from === 0 ? "all" : `${number(from)} on`;
   return from === to ? number(from) : `${number(from)}–${number(to)}`;
