@@ -1,4 +1,4 @@
-"""Drives a headless Chromium over a pair of pipes: opens pages, presses keys, asks, photographs.
+"""Drives a headless Chromium over a pair of pipes: opens pages, presses keys, asks, takes pictures.
 
 The protocol is JSON with a zero byte behind each message, so the standard library is enough.
 """
@@ -14,8 +14,7 @@ import time
 OPTIONS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"]
 OPTIONS += ["--remote-debugging-pipe", "--hide-scrollbars", "--no-first-run"]
 PATIENCE = 60  # seconds for an answer of the browser's, on a machine that is busy
-CODES = {"ArrowLeft": 37, "ArrowUp": 38, "ArrowRight": 39, "ArrowDown": 40, "PageUp": 33}
-CODES |= {"PageDown": 34, "End": 35, "Home": 36, "Enter": 13, "Tab": 9, " ": 32}
+CODES = {"ArrowLeft": 37, "ArrowRight": 39, "End": 35, "Home": 36, "Enter": 13, "Tab": 9}
 
 
 class Browser:
@@ -38,7 +37,6 @@ class Browser:
         self.number = 0
         self.session = None
         self.said = []
-        self.events = []
         page = self.ask("Target.createTarget", url="about:blank")["targetId"]
         attached = self.ask("Target.attachToTarget", targetId=page, flatten=True)
         self.session = attached["sessionId"]
@@ -82,7 +80,6 @@ class Browser:
         method = event.get("method", "")
         if method in ("Runtime.consoleAPICalled", "Runtime.exceptionThrown", "Log.entryAdded"):
             self.said.append(json.dumps(event["params"])[:500])
-        self.events.append(method)
         return event
 
     def open(self, url, width=1400, height=900, **features):
@@ -92,7 +89,6 @@ class Browser:
         told = [{"name": k.replace("_", "-"), "value": v} for k, v in features.items()]
         self.ask("Emulation.setEmulatedMedia", media="", features=told)
         self.ask("Page.navigate", url="about:blank")
-        self.events.clear()
         self.said.clear()
         self.ask("Page.navigate", url=url)
         self.wait_for("document.readyState === 'complete'")
@@ -115,25 +111,13 @@ class Browser:
 
     def press(self, key, times=1):
         """Press a key."""
-        pressed = {"key": key, "code": key, "windowsVirtualKeyCode": CODES.get(key, 0)}
-        if key in ("Enter", " "):
-            pressed["text"] = "\r" if key == "Enter" else " "
+        pressed = {"key": key, "code": key, "windowsVirtualKeyCode": CODES[key]}
+        if key == "Enter":
+            pressed["text"] = "\r"
         for _ in range(times):
             self.ask("Input.dispatchKeyEvent", type="keyDown", **pressed)
             self.ask("Input.dispatchKeyEvent", type="keyUp", **pressed)
 
-    def write(self, text):
-        """Write a text where the focus is."""
-        self.ask("Input.insertText", text=text)
-
-    def picture(self, file, whole=False):
-        """Write a picture of the window, or of the whole page."""
-        made = self.ask("Page.captureScreenshot", captureBeyondViewport=whole)
-        file.write_bytes(base64.b64decode(made["data"]))
-
-    def printed(self):
-        """Return the page as a PDF on sheets of A4."""
-        made = self.ask(
-            "Page.printToPDF", paperWidth=8.27, paperHeight=11.69, printBackground=False
-        )
-        return base64.b64decode(made["data"])
+    def save(self, file, method, **parameters):
+        """Write what a command makes: a picture, or sheets of paper."""
+        file.write_bytes(base64.b64decode(self.ask(method, **parameters)["data"]))

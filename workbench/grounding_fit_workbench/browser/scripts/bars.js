@@ -30,7 +30,7 @@ function tell(path, text, row) {
 }
 
 function drawnPiece(path, { part, size, name, row }, at, scale) {
-  const always = path === "agent" && part === "facts" && row && data.facts[row.slice(5)].always;
+  const always = path === "agent" && part === "facts" && row && data.facts[row.slice(5) - 1].always;
   const text = `${name}: ${number(size)} ${UNITS[path]}${always ? `, ${always}` : ""}`;
   const place = { x: at * scale, y: 0, width: size * scale, height: HEIGHT };
   const drawn = patch(part, place, { class: "piece", role: "img", tabindex: -1, "aria-label": text });

@@ -16,16 +16,16 @@ function agentPieces(agent) {
   const pieces = [piece("other", other, "other fields, names and punctuation")];
   for (const { index, label, adds, empty } of facts) {
     if (index in agent.left) continue;
-    if (!empty) pieces.push(piece("facts", adds[0], label, `fact-${index}`));
-    if (!empty) pieces.push(piece("seeds", adds[1], `the seeds of ${label}`, `fact-${index}`));
+    if (!empty) pieces.push(piece("facts", adds[0], label, `fact-${index + 1}`));
+    if (!empty) pieces.push(piece("seeds", adds[1], `the seeds of ${label}`, `fact-${index + 1}`));
   }
   pieces.push(piece("note", note, "the note that says what was left out"));
   pieces.push(piece("listing", listing, "the listing"));
   for (let rank = 0; rank < agent.bodies; rank += 1) {
     const [text, seeds] = symbols.adds[rank];
     const name = symbols.names[rank];
-    pieces.push(piece("bodies", text, name, `symbol-${rank}`));
-    pieces.push(piece("body seeds", seeds, `the seed of ${name}`, `symbol-${rank}`));
+    pieces.push(piece("bodies", text, name, `symbol-${rank + 1}`));
+    pieces.push(piece("body seeds", seeds, `the seed of ${name}`, `symbol-${rank + 1}`));
   }
   return pieces;
 }
@@ -33,17 +33,17 @@ function agentPieces(agent) {
 function apiPieces(api) {
   const [inFacts, listing, joins] = api.sizes;
   const pieces = TOLD.slice(0, api.whole).map(({ index, label, tokens }) =>
-    piece("facts", tokens, label, `fact-${index}`),
+    piece("facts", tokens, label, `fact-${index + 1}`),
   );
   const rest = inFacts - sum(pieces);
   for (const index of api.cut) {
     const { label } = facts[index];
-    pieces.push(piece("facts", rest, `what stands of ${label}`, `fact-${index}`));
+    pieces.push(piece("facts", rest, `what stands of ${label}`, `fact-${index + 1}`));
   }
   if (!api.cut.length) pieces.push(piece("facts", rest, "blank lines between fact blocks"));
   pieces.push(piece("listing", listing, "the listing"));
   for (let rank = 0; rank < api.bodies; rank += 1) {
-    pieces.push(piece("bodies", symbols.tokens[rank], symbols.names[rank], `symbol-${rank}`));
+    pieces.push(piece("bodies", symbols.tokens[rank], symbols.names[rank], `symbol-${rank + 1}`));
   }
   pieces.push(piece("joins", joins, "blank lines and rounding"));
   return pieces;

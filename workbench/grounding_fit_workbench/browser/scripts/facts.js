@@ -82,7 +82,7 @@ function rowOf(fact) {
   const size = `${number(cost[0])} + ${number(cost[1])} of seeds`;
   const whole = html("small", {}, `${number(tokens)} tokens; whole at budgets of`);
   const row = {
-    id: `fact-${index}`,
+    id: `fact-${index + 1}`,
     index,
     search: `${label} ${key}`,
     left: Boolean(refusal),
@@ -98,13 +98,14 @@ function rowOf(fact) {
       [verdict(api, look), whole, ...budgetsOf(runs[0], "facts", "api")],
     ],
     under: () => refusal && adviceOn(advice),
-    opened: () => [details(fact), textBox("fact", index)],
+    opened: () => [details(fact), addressOf(row), textBox("fact", index)],
   };
   return row;
 }
 
-// The name of a block or symbol opens its text.
+// The name of a block or symbol opens its text, with what a link to it ends in.
 export const named = (rows, row, name) => rows.opener(row, "text", html("bdi", {}, name));
+export const addressOf = ({ id }) => html("p", {}, html("a", { href: `#${id}` }, `#${id}`), " leads here from anywhere.");
 
 const table = new Rows("fact", {
   columns: ["Block, JSON characters", "For an agent", "Kept at budgets of", "For the API"],

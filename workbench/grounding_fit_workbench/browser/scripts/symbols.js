@@ -1,7 +1,7 @@
 // The table of symbols: those around a cut first, since there a change shows.
 import { data, outcomeOf } from "./data.js";
 import { fill, html } from "./dom.js";
-import { adviceOn, budgetsOf, named, verdict } from "./facts.js";
+import { addressOf, adviceOn, budgetsOf, named, verdict } from "./facts.js";
 import { state } from "./knobs.js";
 import { Rows } from "./rows.js";
 import { textBox } from "./texts.js";
@@ -38,7 +38,7 @@ function rowOf(name, rank) {
   const place = symbols.places[rank];
   const from = least === null ? "no budget" : least === 0 ? "any budget" : `budgets of ${number(least)} on`;
   const row = {
-    id: `symbol-${rank}`,
+    id: `symbol-${rank + 1}`,
     index: rank,
     name,
     search: `${name} ${place}`,
@@ -54,6 +54,7 @@ function rowOf(name, rank) {
     ],
     opened: () => [
       html("p", {}, `For an agent its body stands at budgets of ${spoken(agentRuns(rank))}.`),
+      addressOf(row),
       textBox("symbol", rank),
     ],
   };
