@@ -217,9 +217,9 @@ class Costs:
     @classmethod
     def of(cls, parts: fit.GroundingParts) -> Costs:
         """Measure all blocks of a page."""
-        facts = [(block.text, fit.citable(block.seeds)) for block in parts.prose]
-        bodies = [(text, fit.symbol_seeds([symbol])) for text, symbol in parts.blocks]
-        return cls(*([cost_of(text, seeds) for text, seeds in part] for part in (facts, bodies)))
+        facts = [cost_of(block.text, fit.citable(block.seeds)) for block in parts.prose]
+        bodies = [cost_of(text, fit.symbol_seeds([symbol])) for text, symbol in parts.blocks]
+        return cls(facts, bodies)
 
 
 def cost_of(text: str, seeds: list[Any]) -> Cost:

@@ -21,7 +21,7 @@ from __future__ import annotations
 from typing import Any
 
 from grounding_fit_workbench.browser.growth import by_budget, by_floor, of_api
-from grounding_fit_workbench.browser.states import States
+from grounding_fit_workbench.browser.states import States, digits_of
 from grounding_fit_workbench.browser.writer import shown, written
 from grounding_fit_workbench.budget_ranges import Range, Ranges, ranges, spans
 from grounding_fit_workbench.cases import Advice
@@ -105,7 +105,7 @@ def page_data(page: Page, head: list[str]) -> Data:
     data = {
         "head": head,
         "cap": fit._PAGE_CONTEXT_MAX_CHARS,
-        "own": {"budget": page.budget, "floor": f"{float(page.parts.code_floor):.15g}"},
+        "own": {"budget": page.budget, "floor": digits_of(float(page.parts.code_floor))},
         "facts": facts,
         "symbols": symbol_data(page, costs, found),
         "next_body": next((advice_data(each) for each in advised if each.is_body), None),

@@ -27,7 +27,7 @@ from grounding_fit_workbench.pieces import (
     fit_api,
     shares_used,
 )
-from grounding_fit_workbench.remedies import readable
+from grounding_fit_workbench.remedies import Stretch, readable
 from grounding_fit_workbench.summary import beside, left_out
 from grounding_fit_workbench.trials import Trial
 
@@ -36,7 +36,6 @@ MOST_THRESHOLDS = 13  # among them, from which on the answer is another
 MOST_FLOORS = 18
 LEAST_TOP = 500  # tokens
 NICE = (1, 1.5, 2, 2.5, 3, 4, 5, 6, 8, 10)  # steps that are read easily, and their tenfolds
-KNOBS = ("budget", "code_floor")
 Data = dict[str, Any]
 
 
@@ -88,6 +87,11 @@ def roundest(least: float, most: float) -> float:
     return least
 
 
+def digits_of(floor: float) -> str:
+    """Return a code floor in digits that are read as the same one."""
+    return repr(floor).removesuffix(".0")
+
+
 class Numbered:
     """Values by number, each kept once."""
 
@@ -120,10 +124,11 @@ class States:
     def data(self, floors: list[FloorRange], advised: list[Advice]) -> Data:
         """Return the states of both knobs, and what they share."""
         changes = [change for each in advised for change in each.changes]
-        tried = {knob: [one.exact for one in changes if one.knob == knob] for knob in KNOBS}
+        tried = [int(one.exact) for one in changes if one.knob == "budget"]
+        thresholds = [*tried, *(each.least for each in self.found.agent)]
         own_floor = float(self.page.parts.code_floor)
-        thresholds = [*tried["budget"], *(each.least for each in self.found.agent)]
-        stored = floors_of(own_floor, floors, tried["code_floor"])
+        wanted = [float(one.exact) for one in changes if one.knob == "code_floor"]
+        stored = floors_of(own_floor, floors, wanted)
         return {
             "budgets": [
                 self.with_budget(each) for each in budgets_of(self.page.budget, thresholds)
@@ -144,21 +149,21 @@ class States:
 
     def with_floors(self, own: float, stored: list[FloorRange]) -> list[Data]:
         """Return the states of code floors; the page's own is one of them, wherever it is."""
-        states = []
+        states: list[tuple[float, Stretch | None]] = []
         for each in stored:
             floor = own if point_in(own, each) else roundest(each.least, each.most)
-            states.append((floor, [each.least, each.most]))
+            states.append((floor, (each.least, each.most)))
         if not any(floor == own for floor, _ in states):
             states.append((own, None))
         states.sort(key=lambda state: state[0] if state[0] == state[0] else -1)
         return [self.with_floor(floor, holds) for floor, holds in states]
 
-    def with_floor(self, floor: float, holds: list[float] | None) -> Data:
+    def with_floor(self, floor: float, holds: Stretch | None) -> Data:
         """Return the state of a code floor, and between which floors the answer stays so."""
         page = Trial("", code_floor=floor).changed(self.page)
         state = self.state(page, fit_agent(page), self.own_api)
-        told = [f"{readable(end, tuple(holds)):.15g}" for end in holds] if holds else []
-        return {**state, "floor": f"{floor:.15g}", "holds": holds, "told": told}
+        told = [digits_of(readable(end, holds)) for end in holds] if holds else []
+        return {**state, "floor": digits_of(floor), "holds": holds, "told": told}
 
     def state(self, page: Page, agent: Fitted, api: Fitted) -> Data:
         """Return a state."""
