@@ -8,12 +8,7 @@ import { better, worse } from "./turns.js";
 import { counted, number } from "./words.js";
 
 const { failed, pages, policies } = data;
-const OUTCOMES = {
-  fits: "as given",
-  "fits without prior_markdown": "without its old text",
-  rebuilt: "",
-  "over the cap": "over the cap",
-};
+const OUTCOMES = { fits: "as given", "fits without prior_markdown": "without its old text" };
 
 // Better and worse beside the first policy, fact blocks and bodies each for themselves.
 function changes({ won, lost, more, outcome }) {
@@ -34,9 +29,9 @@ function changes({ won, lost, more, outcome }) {
 
 // What a page is as it is; of a page that is rebuilt, what stands and what does not.
 function asItIs({ outcome, left, bodies }) {
-  const look = outcome === "over the cap" ? "lost" : null;
-  const words = outcome.startsWith("fits") ? [] : [`${number(left.length)} left out, ${counted(bodies, "body", "bodies")}`];
-  return html("span", { class: look }, [OUTCOMES[outcome], ...words].filter(Boolean).join(": "));
+  const over = outcome === "over the cap" && html("b", { class: "line lost" }, outcome);
+  if (outcome.startsWith("fits")) return [OUTCOMES[outcome]];
+  return [over, html("span", { class: "line" }, `${number(left.length)} left out, `), html("span", { class: "line" }, counted(bodies, "body", "bodies"))];
 }
 
 function blocks(page, name, indices) {
@@ -66,7 +61,7 @@ function rowOf(page, index) {
     head: () => [nameOf(page)],
     cells: () =>
       page.results.map((result, at) => {
-        const told = at ? changes(result) : [asItIs(result)];
+        const told = at ? changes(result) : asItIs(result);
         const some = result.left.length || result.won.length;
         return some ? table.opener(row, String(at), ...told) : told;
       }),

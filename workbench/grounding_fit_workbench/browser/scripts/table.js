@@ -1,6 +1,7 @@
 // A table whose rows open. It is one stop of the Tab key; the arrow keys go on from there.
 import { byId, html } from "./dom.js";
 import { rove } from "./rove.js";
+import { breakable } from "./words.js";
 
 // A row has: id, head(), cells(), opened(what), and where it is wanted under(), look and gap.
 export class Table {
@@ -21,7 +22,7 @@ export class Table {
       if (under) body.append(this.wide("under", under));
       if (this.open.has(row.id)) body.append(this.opened(row));
     }
-    const heads = this.columns.map((name) => html("th", { scope: "col", role: "columnheader" }, name));
+    const heads = this.columns.map((name) => html("th", { scope: "col", role: "columnheader" }, breakable(name)));
     const head = html("tr", { role: "row" }, ...heads);
     this.table.replaceChildren(html("thead", { role: "rowgroup" }, head), body);
     this.restop();

@@ -44,6 +44,13 @@ function opens(table, row, each, words = number(each.count)) {
   return each.count ? table.opener(row, each.what, words) : html("span", { class: "faint" }, "0");
 }
 
+// How much more or less than the first policy another one leaves out.
+function beside({ count }, first) {
+  const more = count - first.count;
+  if (!more) return "";
+  return html("small", {}, more > 0 ? worse(`${number(more)} more`) : better(`${number(-more)} fewer`));
+}
+
 // What is lost on the left, what is won on the right, on one scale for all policies.
 function balance(table, row, lost, won, most) {
   const across = (count) => (HALF * count) / Math.max(1, most);
@@ -68,21 +75,21 @@ export function showPolicies() {
   const table = new Table("policy", columns, "grid");
   const most = Math.max(...policies.flatMap(({ won, lost }) => [won, lost]));
   const mostBodies = Math.max(...policies.flatMap(({ bodies }) => bodies));
+  const numbers = policies.map(numbersOf);
   const rows = policies.map((policy, at) => {
-    const numbers = numbersOf(policy, at);
+    const [over, rebuilt, without, given, left, lost, won, fewer, more] = numbers[at];
     const row = {
       id: `policy-${at}`,
       head: () => [policy.name, at ? "" : html("small", {}, "the pages as they are")],
-      cells: () => {
-        const [lost, won, fewer, more] = numbers.slice(5);
-        return [
-          ...numbers.slice(0, 5).map((each) => opens(table, row, each)),
-          at ? balance(table, row, lost, won, most) : "",
-          at ? balance(table, row, fewer, more, mostBodies) : "",
-          number(policy.median),
-        ];
-      },
-      opened: (what) => listed(numbers.find((each) => each.what === what)),
+      cells: () => [
+        opens(table, row, over, worse(number(over.count))),
+        ...[rebuilt, without, given].map((each) => opens(table, row, each)),
+        [opens(table, row, left), beside(left, numbers[0][4])],
+        at ? balance(table, row, lost, won, most) : "",
+        at ? balance(table, row, fewer, more, mostBodies) : "",
+        number(policy.median),
+      ],
+      opened: (what) => listed(numbers[at].find((each) => each.what === what)),
     };
     return row;
   });
@@ -96,15 +103,10 @@ export function showKinds() {
       const ofKind = ({ left }, page) => left.filter((index) => page.kinds[index] === place).length;
       return { ...counts(at, `${kind} by policy ${at}`, policy.kinds[place], ofKind, "left out"), what: String(at) };
     });
-    const change = ({ count }) => {
-      const more = count - numbers[0].count;
-      const told = more > 0 ? worse(`${number(more)} more`) : better(`${number(-more)} fewer`);
-      return more ? html("small", {}, told) : "";
-    };
     const row = {
       id: `kind-${place}`,
       head: () => [html("bdi", {}, kind)],
-      cells: () => [number(given), ...numbers.map((each) => [opens(table, row, each), change(each)])],
+      cells: () => [number(given), ...numbers.map((each) => [opens(table, row, each), beside(each, numbers[0])])],
       opened: (what) => listed(numbers[Number(what)]),
     };
     return row;

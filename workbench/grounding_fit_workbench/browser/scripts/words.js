@@ -19,3 +19,6 @@ export function filled(sentence, values) {
 
 export const within = (runs, value) =>
   runs.some(([from, to]) => from <= value && (to === null || value <= to));
+
+// A policy's words, which may be broken behind its signs.
+export const breakable = (words) => words.replace(/[=,:]/g, "$&\u200b");
