@@ -1,6 +1,6 @@
 // The bar of each path: where its room went, piece by piece.
 import { data } from "./data.js";
-import { byId, fill, html, patch, svg, swatch } from "./dom.js";
+import { byId, fill, html, patch, strip, svg, swatch } from "./dom.js";
 import { rove } from "./rove.js";
 import { number } from "./words.js";
 
@@ -22,6 +22,7 @@ const NAMES = {
   joins: ["joints", "blank lines, and what rounding adds when all is estimated at once"],
   free: ["free", "room that nothing takes"],
 };
+const HOW = "Point at a piece to read what it is, or go along the bar with the arrow keys.";
 const rovers = {};
 
 function tell(path, text, row) {
@@ -33,7 +34,8 @@ function drawnPiece(path, { part, size, name, row }, at, scale) {
   const always = path === "agent" && part === "facts" && row && data.facts[row.slice(5) - 1].always;
   const text = `${name}: ${number(size)} ${UNITS[path]}${always ? `, ${always}` : ""}`;
   const place = { x: at * scale, y: 0, width: size * scale, height: HEIGHT };
-  const drawn = patch(part, place, { class: "piece", role: "img", tabindex: -1, "aria-label": text });
+  const attributes = { class: "piece", role: "img", tabindex: -1, "aria-label": text };
+  const drawn = patch(part, place, attributes);
   if (always) drawn.append(svg("rect", { ...place, y: HEIGHT + 3, height: 4, class: "always" }));
   drawn.addEventListener("pointerenter", () => tell(path, text, row));
   drawn.addEventListener("focus", () => tell(path, text, row));
@@ -91,15 +93,15 @@ function legend(path, { room, reserve, pieces }, total) {
 // A thin bar for each kind of block that has a share: what is used of it, and where it ends.
 function shareRow([key, used, limit]) {
   const scale = SHARE / Math.max(used, limit, 1);
-  const bar = svg(
-    "svg",
-    { class: "share", viewBox: `0 0 ${SHARE} 12`, preserveAspectRatio: "none", "aria-hidden": "true" },
+  const bar = strip(
+    "share",
+    `0 0 ${SHARE} 12`,
     svg("rect", { width: limit * scale, height: 12, class: "ink free" }),
     patch("facts", { x: 0, y: 0, width: used * scale, height: 12 }),
     svg("line", { x1: limit * scale, x2: limit * scale, y1: 0, y2: 12, class: "limit" }),
   );
-  const words = `${key} blocks use ${number(used)} of the ${number(Math.floor(limit))} JSON characters of their share`;
-  return html("li", {}, bar, words);
+  const share = `${number(Math.floor(limit))} JSON characters of their share`;
+  return html("li", {}, bar, `${key} blocks use ${number(used)} of the ${share}`);
 }
 
 export function drawBar(path, fitted) {
@@ -109,7 +111,7 @@ export function drawBar(path, fitted) {
   const left = free < 0 ? `${number(-free)} over` : `${number(free)} free`;
   fill(`${path}-total`, `${number(total)} of ${number(fitted.room)} ${unit}, ${left}`);
   byId(`${path}-bar`).replaceChildren(drawing(path, fitted, total));
-  fill(`${path}-told`, "Point at a piece to read what it is, or go along the bar with the arrow keys.");
+  fill(`${path}-told`, HOW);
   fill(`${path}-legend`, ...legend(path, fitted, total));
   fill(`${path}-reasons`, ...fitted.reasons.map((reason) => html("li", {}, reason)));
   if (path === "agent") {

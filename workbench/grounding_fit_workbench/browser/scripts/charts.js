@@ -20,18 +20,20 @@ function step(greatest) {
 }
 
 function axes(chart, drawing) {
-  const { width, most, tall, unit } = chart;
+  const { width, most, tall, knob } = chart;
   const across = (value) => LEFT + (value / most) * (width - LEFT - EDGE);
   const up = (value) => BOTTOM - (value / tall) * (BOTTOM - TOP);
   for (let value = 0; value <= tall; value += step(tall)) {
-    drawing.append(svg("line", { x1: LEFT, x2: width - EDGE, y1: up(value), y2: up(value), class: "grid" }));
-    drawing.append(svg("text", { x: LEFT - 6, y: up(value) + 4, class: "end" }, number(value)));
+    const y = up(value);
+    drawing.append(svg("line", { x1: LEFT, x2: width - EDGE, y1: y, y2: y, class: "grid" }));
+    drawing.append(svg("text", { x: LEFT - 6, y: y + 4, class: "end" }, number(value)));
   }
   const each = step((most * 420) / width); // fewer where it is narrow
   for (let value = 0; value <= most * 1.0001; value += each) {
-    drawing.append(svg("text", { x: across(value), y: BOTTOM + 17, class: "middle" }, number(Number(value.toFixed(4)))));
+    const place = { x: across(value), y: BOTTOM + 17, class: "middle" };
+    drawing.append(svg("text", place, number(Number(value.toFixed(4)))));
   }
-  drawing.append(svg("text", { x: width - EDGE, y: BOTTOM + 34, class: "end" }, unit));
+  drawing.append(svg("text", { x: width - EDGE, y: BOTTOM + 34, class: "end" }, units[knob]));
   return { across, up };
 }
 
@@ -87,14 +89,16 @@ function drawLimit({ id, most, tall }, { across, up }, drawing) {
   const line = { x1: LEFT, x2, y1: up(ends[0]), y2: up(ends[1]), class: "limit" };
   const words = id === "api-chart" ? "the budget" : `the cap, ${number(data.cap)}`;
   drawing.append(svg("line", line));
-  drawing.append(svg("text", { x: LEFT + 6, y: TOP - 8, class: "limit-name" }, `red line: ${words}`));
+  const place = { x: LEFT + 6, y: TOP - 8, class: "limit-name" };
+  drawing.append(svg("text", place, `red line: ${words}`));
 }
 
 const ranges = { budget: [0, reach], floor: [0, 1] };
+const units = { budget: "token budget", floor: "code floor" };
 const charts = [
-  { id: "agent-chart", knob: "budget", unit: "token budget", parts: AGENT, columns: steps(growth.agent, reach) },
-  { id: "api-chart", knob: "budget", unit: "token budget", parts: API, columns: slopes(growth.api) },
-  { id: "floor-chart", knob: "floor", unit: "code floor", parts: AGENT, columns: steps(growth.floors, 1) },
+  { id: "agent-chart", knob: "budget", parts: AGENT, columns: steps(growth.agent, reach) },
+  { id: "api-chart", knob: "budget", parts: API, columns: slopes(growth.api) },
+  { id: "floor-chart", knob: "floor", parts: AGENT, columns: steps(growth.floors, 1) },
 ];
 
 function draw(chart) {
@@ -104,7 +108,8 @@ function draw(chart) {
   const tops = chart.columns.flatMap(({ start, end }) => [start.at(-1), end.at(-1)]);
   chart.tall = 1.04 * Math.max(1, ...tops, chart.id === "api-chart" ? 0 : data.cap);
   const drawing = svg("svg", { viewBox: `0 0 ${chart.width} ${HEIGHT}`, role: "img" });
-  drawing.setAttribute("aria-label", `${box.previousElementSibling.textContent}; the knobs tell its numbers`);
+  const caption = box.previousElementSibling.textContent;
+  drawing.setAttribute("aria-label", `${caption}; the knobs tell its numbers`);
   const scales = axes(chart, drawing);
   drawStack(chart, scales, drawing);
   drawLimit(chart, scales, drawing);

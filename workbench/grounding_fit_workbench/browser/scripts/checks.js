@@ -47,8 +47,8 @@ function groundOf(element) {
 function contrast(element) {
   const style = getComputedStyle(element);
   const colour = element instanceof SVGElement ? style.fill : style.color;
-  const [light, dark] = [luminance(channels(colour).parts), luminance(groundOf(element))].sort((a, b) => b - a);
-  return (light + 0.05) / (dark + 0.05);
+  const both = [luminance(channels(colour).parts), luminance(groundOf(element))];
+  return (Math.max(...both) + 0.05) / (Math.min(...both) + 0.05);
 }
 
 // Every text that is shown, by the element that it stands in.
@@ -57,7 +57,8 @@ export function checkContrast() {
   const seen = new Map();
   while (walker.nextNode()) {
     const element = walker.currentNode.parentElement;
-    if (!walker.currentNode.data.trim() || !element.checkVisibility() || element.closest(":disabled")) continue;
+    const unread = !walker.currentNode.data.trim() || element.closest(":disabled");
+    if (unread || !element.checkVisibility()) continue;
     const look = `${element.tagName} ${element.className.baseVal ?? element.className}`;
     if (!seen.has(look)) seen.set(look, contrast(element));
   }

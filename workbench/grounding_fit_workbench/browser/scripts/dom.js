@@ -22,7 +22,15 @@ export const byId = (id) => document.getElementById(id);
 
 export const fill = (id, ...children) => byId(id).replaceChildren(...children);
 
-// A piece of a drawing in a part's colour and pattern: the pattern tells parts apart without colour.
+// A drawing as wide as there is room; what it shows is told beside it in words.
+export const strip = (look, viewBox, ...children) =>
+  svg(
+    "svg",
+    { class: look, viewBox, preserveAspectRatio: "none", "aria-hidden": "true" },
+    ...children,
+  );
+
+// A piece of a drawing in a part's colour, and in its pattern, for eyes that see no colour.
 export function patch(part, place, attributes = {}) {
   const name = part.replace(" ", "-");
   return svg(

@@ -1,6 +1,6 @@
 // The table of fact blocks: what became of each, why, and what would keep it.
 import { data, facts, refusalOf } from "./data.js";
-import { html, svg } from "./dom.js";
+import { html, strip, svg } from "./dom.js";
 import { isOwn, state, stateWith, turn } from "./knobs.js";
 import { Rows } from "./rows.js";
 import { textBox } from "./texts.js";
@@ -11,34 +11,37 @@ const STRETCHES = 3; // that are told before a row is opened
 const { states } = data;
 const reach = states.budgets[states.budgets.length - 1].budget;
 
-export const verdict = (text, look) =>
-  html("span", { class: `verdict ${look}` }, html("i", { "aria-hidden": "true" }, MARKS[look]), text);
 const MARKS = { kept: "✓ ", part: "◐ ", lost: "✕ " };
 
-// The budgets with which something stands, as a strip as far as the knob reaches, and in words. For an
-// agent they are those of the page's own code floor, whatever the knob of the floor shows.
+const mark = (sign) => html("i", { "aria-hidden": "true" }, sign);
+export const verdict = (text, look) =>
+  html("span", { class: `verdict ${look}` }, mark(MARKS[look]), text);
+
+// The budgets with which something stands, as a strip as far as the knob reaches, and in words. For
+// an agent they are those of the page's own code floor, whatever the knob of the floor shows.
 export function budgetsOf(runs, part, path = "agent") {
   const across = (budget) => Math.min(STRIP, (budget / reach) * STRIP);
-  const box = { class: "strip", viewBox: `0 0 ${STRIP} 8`, preserveAspectRatio: "none", "aria-hidden": "true" };
-  const strip = svg("svg", box, svg("rect", { width: STRIP, height: 8, class: "ink free" }));
+  const ground = svg("rect", { width: STRIP, height: 8, class: "ink free" });
+  const drawn = strip("strip", `0 0 ${STRIP} 8`, ground);
   for (const [from, to] of runs) {
+    if (from > reach) continue;
     const width = Math.max(1, across(to ?? reach) - across(from));
-    if (from <= reach) strip.append(svg("rect", { x: across(from), width, height: 8, class: `ink ${part}` }));
+    drawn.append(svg("rect", { x: across(from), width, height: 8, class: `ink ${part}` }));
   }
   const elsewhere = path === "agent" && state().floor !== data.own.floor;
   const x = across(state().budget);
-  if (!elsewhere) strip.append(svg("line", { x1: x, x2: x, y1: 0, y2: 8, class: "cursor" }));
+  if (!elsewhere) drawn.append(svg("line", { x1: x, x2: x, y1: 0, y2: 8, class: "cursor" }));
   const many = runs.length > STRETCHES;
   const between = many ? spokenRun([runs[0][0], runs[runs.length - 1][1]]) : "";
   const words = many ? `${runs.length} stretches in ${between}` : spoken(runs);
-  return [strip, html("small", {}, words, elsewhere && ` with a floor of ${data.own.floor}`)];
+  return [drawn, html("small", {}, words, elsewhere && ` with a floor of ${data.own.floor}`)];
 }
 
 // A change that a knob can make here is one click away.
 function change({ knob, to, words }) {
   const name = { budget: "budget", code_floor: "floor" }[knob];
   const at = name ? stateWith(name, to) : -1;
-  const item = html("li", { class: "kept" }, html("i", { "aria-hidden": "true" }, "+ "), `${words} `);
+  const item = html("li", { class: "kept" }, mark("+ "), `${words} `);
   if (at >= 0) {
     const button = html("button", { type: "button", class: "try stop", tabindex: -1 }, "try it");
     button.addEventListener("click", () => turn(name, at));
@@ -49,9 +52,7 @@ function change({ knob, to, words }) {
 
 export function adviceOn(advice) {
   if (!advice || !isOwn()) return "";
-  const refused = advice.refused.map((words) =>
-    html("li", { class: "lost" }, html("i", { "aria-hidden": "true" }, "− "), words),
-  );
+  const refused = advice.refused.map((words) => html("li", { class: "lost" }, mark("− "), words));
   return html("ul", { class: "advice" }, ...advice.changes.map(change), ...refused);
 }
 
@@ -64,12 +65,13 @@ function agentCell({ index, always }) {
 
 function details({ cost, adds, runs }) {
   const [api, agent] = runs.map(spoken);
+  const [counts, added] = [cost, adds].map((sizes) => sizes.map(number).join(" + "));
   return html(
     "p",
     {},
-    `For its share it counts ${number(cost[0])} + ${number(cost[1])} JSON characters, with quotes, brackets
-     and all its seeds; to an answer it adds ${number(adds[0])} + ${number(adds[1])}. For an agent it is kept
-     at budgets of ${agent}. For the API it is whole at ${api}.`,
+    `For its share it counts ${counts} JSON characters, with quotes, brackets and all its seeds; to
+     an answer it adds ${added}. For an agent it is kept at budgets of ${agent}. For the API it is
+     whole at ${api}.`,
   );
 }
 
@@ -105,7 +107,8 @@ function rowOf(fact) {
 
 // The name of a block or symbol opens its text, with what a link to it ends in.
 export const named = (rows, row, name) => rows.opener(row, "text", html("bdi", {}, name));
-export const addressOf = ({ id }) => html("p", {}, html("a", { href: `#${id}` }, `#${id}`), " leads here from anywhere.");
+export const addressOf = ({ id }) =>
+  html("p", {}, html("a", { href: `#${id}` }, `#${id}`), " leads here from anywhere.");
 
 const table = new Rows("fact", {
   columns: ["Block, JSON characters", "For an agent", "Kept at budgets of", "For the API"],

@@ -26,7 +26,10 @@ function tellKnob(knob) {
 }
 
 function reachOfBudget({ holds }) {
-  const [agent, api] = holds.map((run) => (run[0] || run[1] !== null ? `budgets of ${spokenRun(run)}` : "any budget"));
+  const [agent, api] = holds.map((run) => {
+    const all = run[0] === 0 && run[1] === null;
+    return all ? "any budget" : `budgets of ${spokenRun(run)}`;
+  });
   return `For an agent the answer is the same at ${agent}. For the API the same bodies
     and whole blocks stand at ${api}; what is told of it is of this very budget.`;
 }
@@ -55,7 +58,7 @@ function tell() {
   for (const listener of listeners) listener(shown);
 }
 
-// The state in which a knob has a value, if one is stored: another value may lead to the same answer.
+// The state of a value of a knob, if one is stored: another value may lead to the same answer.
 export function stateWith(knob, value) {
   if (knob === "budget") return knobs.budget.indexOf(value);
   const holds = data.states.floors.map((each) => each.holds);
@@ -65,10 +68,11 @@ export function stateWith(knob, value) {
 function tellStored() {
   const answers = new Set(data.states.budgets.map(({ holds }) => holds[0][0])).size;
   const floors = data.states.floors.filter(({ holds }) => holds).length;
-  const budgets = `${number(answers)} of the ${counted(data.symbols.bodies.length, "answer", "answers")}
-    that token budgets lead to`;
-  const all = floors ? `${budgets}, and ${number(floors)} of the ${number(data.states.floor_ranges)} of code floors` : budgets;
-  fill("stored", `Stored here: ${all}.`);
+  const all = counted(data.symbols.bodies.length, "answer", "answers");
+  const told = [`${number(answers)} of the ${all} that token budgets lead to`];
+  const ofFloors = number(data.states.floor_ranges);
+  if (floors) told.push(`${number(floors)} of the ${ofFloors} of code floors`);
+  fill("stored", `Stored here: ${told.join(", and ")}.`);
 }
 
 export function offerKnobs() {

@@ -10,8 +10,11 @@ import { counted, number } from "./words.js";
 const { failed, pages, policies } = data;
 const OUTCOMES = { fits: "as given", "fits without prior_markdown": "without its old text" };
 
+const line = (...words) => html("span", { class: "line" }, ...words);
+
 // Better and worse beside the first policy, fact blocks and bodies each for themselves.
 function changes({ won, lost, more, outcome }) {
+  const turned = more > 0 ? better : worse;
   const blocks = [
     lost.length && worse(number(lost.length)),
     won.length && better(number(won.length)),
@@ -19,34 +22,38 @@ function changes({ won, lost, more, outcome }) {
   const lines = [
     outcome === "over the cap" && [html("b", { class: "lost" }, "over the cap")],
     blocks.length && [...blocks, lost.length + won.length === 1 ? "block" : "blocks"],
-    more && [(more > 0 ? better : worse)(number(Math.abs(more))), Math.abs(more) === 1 ? "body" : "bodies"],
+    more && [turned(number(Math.abs(more))), Math.abs(more) === 1 ? "body" : "bodies"],
   ];
-  const told = lines
-    .filter(Boolean)
-    .map((words) => html("span", { class: "line" }, ...words.flatMap((word) => [word, " "])));
+  const told = lines.filter(Boolean).map((words) => line(...words.flatMap((word) => [word, " "])));
   return told.length ? told : [html("span", { class: "faint" }, "=")];
 }
 
 // What a page is as it is; of a page that is rebuilt, what stands and what does not.
 function asItIs({ outcome, left, bodies }) {
-  const over = outcome === "over the cap" && html("b", { class: "line lost" }, outcome);
   if (outcome.startsWith("fits")) return [OUTCOMES[outcome]];
-  return [over, html("span", { class: "line" }, `${number(left.length)} left out, `), html("span", { class: "line" }, counted(bodies, "body", "bodies"))];
+  const over = outcome === "over the cap" && html("b", { class: "line lost" }, outcome);
+  const leftOut = line(`${number(left.length)} left out, `);
+  return [over, leftOut, line(counted(bodies, "body", "bodies"))];
 }
 
 function blocks(page, name, indices) {
   if (!indices.length) return "";
   const items = indices.map((index) => html("li", {}, html("bdi", {}, page.labels[index])));
-  return html("div", {}, html("b", {}, `${name} ${number(indices.length)}`), html("ul", {}, ...items));
+  const head = html("b", {}, `${name} ${number(indices.length)}`);
+  return html("div", {}, head, html("ul", {}, ...items));
 }
 
 function opened(page, at) {
   const { won, lost, left } = page.results[at];
   const others = left.filter((index) => !lost.includes(index));
-  return [
-    html("p", {}, `${policies[at].name}: of ${counted(page.labels.length, "fact block", "fact blocks")}`),
-    html("div", { class: "blocks" }, blocks(page, "Lost", lost), blocks(page, "Won", won), blocks(page, at ? "Left out as before" : "Left out", others)),
+  const all = counted(page.labels.length, "fact block", "fact blocks");
+  const lists = [
+    blocks(page, "Lost", lost),
+    blocks(page, "Won", won),
+    blocks(page, at ? "Left out as before" : "Left out", others),
   ];
+  const head = html("p", {}, `${policies[at].name}: of ${all}`);
+  return [head, html("div", { class: "blocks" }, ...lists)];
 }
 
 function rowOf(page, index) {
@@ -96,7 +103,8 @@ showKinds();
 byId("kinds").hidden = !data.kinds.length;
 table.update(pages.map(rowOf));
 byId("failed").hidden = !failed.length;
-fill("failures", ...failed.map(([name, error]) => html("li", {}, html("bdi", {}, name), `: ${error}`)));
+const failure = ([name, error]) => html("li", {}, html("bdi", {}, name), `: ${error}`);
+fill("failures", ...failed.map(failure));
 check(table.rows.length === pages.length, "every page has a row");
 checkNothingFetched();
 addEventListener("load", () => {

@@ -75,15 +75,17 @@ export class Rows extends Table {
   draw() {
     const found = this.matching();
     const drawn = found.slice(0, this.most);
-    this.show(drawn.map((row, at) => ({ ...row, gap: this.gap(drawn[at - 1], row, this.order.value) })));
+    const gap = (row, at) => this.gap(drawn[at - 1], row, this.order.value);
+    this.show(drawn.map((row, at) => ({ ...row, gap: gap(row, at) })));
+    const all = drawn.length === found.length;
     const count = counted(found.length, "row", "rows");
-    fill(`${this.kind}-count`, drawn.length < found.length ? `${number(drawn.length)} of ${count}` : count);
+    fill(`${this.kind}-count`, all ? count : `${number(drawn.length)} of ${count}`);
     const more = byId(`${this.kind}-more`);
-    more.hidden = drawn.length === found.length;
+    more.hidden = all;
     more.textContent = `Show all ${number(found.length)}`;
   }
 
-  // Shows a row by its id, also one that the choice or the filter hides; false if it is of another table.
+  // Shows a row by its id, also one that the choice or the filter hides; false if it is not here.
   reveal(id) {
     if (!this.rows.some((row) => row.id === id)) return false;
     if (!byId(id)) {

@@ -36,7 +36,9 @@ function rowOf(name, rank) {
   const [text, seeds] = symbols.adds[rank];
   const least = symbols.least[rank];
   const place = symbols.places[rank];
-  const from = least === null ? "no budget" : least === 0 ? "any budget" : `budgets of ${number(least)} on`;
+  const from = least === null ? "no budget" : `budgets of ${number(least)} on`;
+  const where = `rank ${number(rank + 1)}${place && `, ${place}`}`;
+  const size = `${number(text)} + ${number(seeds)} of its seed`;
   const row = {
     id: `symbol-${rank + 1}`,
     index: rank,
@@ -46,9 +48,9 @@ function rowOf(name, rank) {
     tokens,
     agent,
     api,
-    head: () => [named(table, row, name), html("small", {}, `rank ${number(rank + 1)}`, place && `, ${place}`)],
+    head: () => [named(table, row, name), html("small", {}, where)],
     cells: () => [
-      [verdict(agent, LOOKS[agent]), html("small", {}, `${number(text)} + ${number(seeds)} of its seed`)],
+      [verdict(agent, LOOKS[agent]), html("small", {}, size)],
       budgetsOf(agentRuns(rank), "bodies"),
       [verdict(api, LOOKS[api]), html("small", {}, `${number(tokens)} tokens; body at ${from}`)],
     ],
@@ -84,5 +86,7 @@ export const symbolTable = table;
 export function tellSymbols() {
   table.update(symbols.names.map(rowOf));
   const next = data.next_body;
-  fill("next-body", ...(adviceOn(next) ? [html("p", {}, `What would give ${next.what} its body, too:`), adviceOn(next)] : []));
+  const advice = adviceOn(next);
+  const head = advice && html("p", {}, `What would give ${next.what} its body, too:`);
+  fill("next-body", head, advice);
 }

@@ -22,7 +22,8 @@ export class Table {
       if (under) body.append(this.wide("under", under));
       if (this.open.has(row.id)) body.append(this.opened(row));
     }
-    const heads = this.columns.map((name) => html("th", { scope: "col", role: "columnheader" }, breakable(name)));
+    const column = { scope: "col", role: "columnheader" };
+    const heads = this.columns.map((name) => html("th", column, breakable(name)));
     const head = html("tr", { role: "row" }, ...heads);
     this.table.replaceChildren(html("thead", { role: "rowgroup" }, head), body);
     this.restop();
@@ -47,9 +48,14 @@ export class Table {
 
   // A button that opens a part of a row, below it, and closes it again.
   opener(row, what, ...content) {
-    const open = this.open.get(row.id) === what;
-    const attributes = { type: "button", class: "opens stop", tabindex: -1, "aria-expanded": String(open) };
-    const button = html("button", { ...attributes, "data-what": what }, ...content);
+    const attributes = {
+      type: "button",
+      class: "opens stop",
+      tabindex: -1,
+      "aria-expanded": String(this.open.get(row.id) === what),
+      "data-what": what,
+    };
+    const button = html("button", attributes, ...content);
     button.addEventListener("click", () => this.toggle(row, what));
     return button;
   }

@@ -21,9 +21,12 @@ export function textBox(kind, index) {
   textOf(kind, index).then(
     ([length, shown]) => {
       const rest = length - [...shown].length;
-      box.textContent = shown + (rest ? `\n… ${number(rest)} more code points are not stored in this page` : "");
+      const told = `\n… ${number(rest)} more code points are not stored in this page`;
+      box.textContent = rest ? shown + told : shown;
     },
-    (error) => (box.textContent = `The texts of this page cannot be unpacked here: ${error.message}`),
+    (error) => {
+      box.textContent = `The texts of this page cannot be unpacked here: ${error.message}`;
+    },
   );
   return box;
 }

@@ -1,17 +1,29 @@
 // The tables of all pages together: by policy, and by kind of fact block.
 import { check } from "./checks.js";
-import { html, svg } from "./dom.js";
+import { html, strip, svg } from "./dom.js";
 import { data, nameOf } from "./compared.js";
 import { Table } from "./table.js";
 import { better, worse } from "./turns.js";
 import { counted, number } from "./words.js";
 
 const HALF = 60; // the width of one side of a balance, in its own units
+const COLUMNS = [
+  "Policy",
+  "Over the cap",
+  "Rebuilt",
+  "Without its old text",
+  "As given",
+  "Fact blocks left out",
+  "Fact blocks lost, won",
+  "Bodies lost, won",
+  "Median bodies a page",
+];
 const { kinds, pages, policies } = data;
 
-// A number of a policy: what it counts, how much of it is each page's, and in words what those pages do.
+// A number of a policy: what it counts, and how much of it is each page's.
 function counts(at, what, count, size, told) {
-  const found = pages.map((page) => [page, size(page.results[at], page)]).filter(([, each]) => each);
+  const sizes = pages.map((page) => [page, size(page.results[at], page)]);
+  const found = sizes.filter(([, each]) => each);
   const sum = found.reduce((total, [, each]) => total + each, 0);
   check(sum === count, `the pages behind ${what} of ${policies[at].name} add up`);
   found.sort((one, other) => other[1] - one[1]);
@@ -34,10 +46,12 @@ function numbersOf(policy, at) {
 }
 
 function listed({ found, told }) {
-  const items = found.map(([page, each]) =>
-    html("li", {}, nameOf(page), told && html("span", { class: "faint" }, ` ${number(each)} ${told}`)),
-  );
-  return [html("p", {}, `${counted(found.length, "page", "pages")}${told && ", most first"}:`), html("ul", { class: "names" }, ...items)];
+  const items = found.map(([page, each]) => {
+    const much = told && html("span", { class: "faint" }, ` ${number(each)} ${told}`);
+    return html("li", {}, nameOf(page), much);
+  });
+  const head = `${counted(found.length, "page", "pages")}${told && ", most first"}:`;
+  return [html("p", {}, head), html("ul", { class: "names" }, ...items)];
 }
 
 function opens(table, row, each, words = number(each.count)) {
@@ -48,18 +62,18 @@ function opens(table, row, each, words = number(each.count)) {
 function beside({ count }, first) {
   const more = count - first.count;
   if (!more) return "";
-  return html("small", {}, more > 0 ? worse(`${number(more)} more`) : better(`${number(-more)} fewer`));
+  const told = more > 0 ? worse(`${number(more)} more`) : better(`${number(-more)} fewer`);
+  return html("small", {}, told);
 }
 
 // What is lost on the left, what is won on the right, on one scale for all policies.
 function balance(table, row, lost, won, most) {
-  const across = (count) => (HALF * count) / Math.max(1, most);
-  const box = { class: "balance", viewBox: `0 0 ${2 * HALF} 12`, preserveAspectRatio: "none", "aria-hidden": "true" };
-  const drawing = svg(
-    "svg",
-    box,
-    svg("rect", { x: HALF - across(lost.count), y: 2, width: across(lost.count), height: 8, class: "fewer" }),
-    svg("rect", { x: HALF, y: 2, width: across(won.count), height: 8, class: "more" }),
+  const [down, up] = [lost, won].map(({ count }) => (HALF * count) / Math.max(1, most));
+  const drawing = strip(
+    "balance",
+    `0 0 ${2 * HALF} 12`,
+    svg("rect", { x: HALF - down, y: 2, width: down, height: 8, class: "fewer" }),
+    svg("rect", { x: HALF, y: 2, width: up, height: 8, class: "more" }),
     svg("line", { x1: HALF, x2: HALF, y1: 0, y2: 12, class: "middle" }),
   );
   const ends = [
@@ -70,9 +84,7 @@ function balance(table, row, lost, won, most) {
 }
 
 export function showPolicies() {
-  const columns = ["Policy", "Over the cap", "Rebuilt", "Without its old text", "As given"];
-  columns.push("Fact blocks left out", "Fact blocks lost, won", "Bodies lost, won", "Median bodies a page");
-  const table = new Table("policy", columns, "grid");
+  const table = new Table("policy", COLUMNS, "grid");
   const most = Math.max(...policies.flatMap(({ won, lost }) => [won, lost]));
   const mostBodies = Math.max(...policies.flatMap(({ bodies }) => bodies));
   const numbers = policies.map(numbersOf);
@@ -101,13 +113,16 @@ export function showKinds() {
   const rows = kinds.map(([kind, given], place) => {
     const numbers = policies.map((policy, at) => {
       const ofKind = ({ left }, page) => left.filter((index) => page.kinds[index] === place).length;
-      return { ...counts(at, `${kind} by policy ${at}`, policy.kinds[place], ofKind, "left out"), what: String(at) };
+      return counts(at, `${kind} ${at}`, policy.kinds[place], ofKind, "left out");
     });
     const row = {
       id: `kind-${place}`,
       head: () => [html("bdi", {}, kind)],
-      cells: () => [number(given), ...numbers.map((each) => [opens(table, row, each), beside(each, numbers[0])])],
-      opened: (what) => listed(numbers[Number(what)]),
+      cells: () => [
+        number(given),
+        ...numbers.map((each) => [opens(table, row, each), beside(each, numbers[0])]),
+      ],
+      opened: (what) => listed(numbers.find((each) => each.what === what)),
     };
     return row;
   });
