@@ -194,7 +194,7 @@ class Browsed(UsualHost):
 
     def test_paper_and_forced_colours_keep_the_legend(self):
         for name in ("module", "large"):
-            self.open(name, forced_colors="active")
+            self.assertEqual(self.open(name, forced_colors="active"), ("ok", []))
             fill = "getComputedStyle(document.querySelector('#agent-legend .ink.{}')).fill"
             fills = {self.value(fill.format(part)) for part in ("facts", "seeds", "bodies")}
             self.assertEqual(len(fills), 3)

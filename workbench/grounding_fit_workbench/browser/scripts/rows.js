@@ -4,6 +4,7 @@ import { Table } from "./table.js";
 import { counted, number } from "./words.js";
 
 const MOST = 30; // rows that are shown before more are asked for
+const FEW = 10; // rows beyond them that are not worth a button
 
 // Its rows have `search` too, a text, and what the choices and orders ask them for.
 export class Rows extends Table {
@@ -74,7 +75,7 @@ export class Rows extends Table {
 
   draw() {
     const found = this.matching();
-    const drawn = found.slice(0, this.most);
+    const drawn = found.length > this.most + FEW ? found.slice(0, this.most) : found;
     const gap = (row, at) => this.gap(drawn[at - 1], row, this.order.value);
     this.show(drawn.map((row, at) => ({ ...row, gap: gap(row, at) })));
     const all = drawn.length === found.length;
