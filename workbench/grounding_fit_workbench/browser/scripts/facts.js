@@ -70,8 +70,8 @@ function details({ cost, adds, runs }) {
     "p",
     {},
     `For its share it counts ${counts} JSON characters, with quotes, brackets and all its seeds; to
-     an answer it adds ${added}. For an agent it is kept at budgets of ${agent}. For the API it is
-     whole at ${api}.`,
+     an answer it adds ${added}. With the page’s own code floor an agent has it at budgets of
+     ${agent}. For the API it is whole at ${api}.`,
   );
 }
 

@@ -55,7 +55,8 @@ function rowOf(name, rank) {
       [verdict(api, LOOKS[api]), html("small", {}, `${number(tokens)} tokens; body at ${from}`)],
     ],
     opened: () => [
-      html("p", {}, `For an agent its body stands at budgets of ${spoken(agentRuns(rank))}.`),
+      html("p", {}, `With the page’s own code floor an agent has its body at budgets of
+        ${spoken(agentRuns(rank))}.`),
       addressOf(row),
       textBox("symbol", rank),
     ],
