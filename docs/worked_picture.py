@@ -140,7 +140,7 @@ def draw_choice(to: Drawing, report: dict, names: list[str], added: Callable) ->
     free = [("other", base), ("free", cap - base - reserve), ("reserve", reserve)]
     to.row("base and room", free, "hatched: reserved for bodies")
     so_far = base
-    for name, fact in zip(names, report["facts"]):
+    for name, fact in zip(names, report["facts"], strict=True):
         if fact["verdict"] in ("always kept", "kept first"):
             to.row(name, [], f"{fact['verdict']}: in the base")
             continue

@@ -1,4 +1,4 @@
-"""Drives the workbench's pages in a headless Chromium, and holds what they tell against plain calls.
+"""Drives the workbench's pages in Chromium, and holds what they tell against plain calls.
 
 python tests/check_browser.py CHROMIUM FOLDER   # FOLDER: for the pages, and pictures of them
 """
@@ -95,7 +95,7 @@ class Browsed(UsualHost):
         return self.value(f"document.getElementById('{identity}').textContent")
 
     def test_pages_are_drawn_at_any_width_without_a_complaint(self):
-        """Their own checks hold: sums, contrast, nothing fetched. Nothing stands beside the window."""
+        """Their own checks hold: sums, contrast, nothing fetched. Nothing leaves the window."""
         for name in [*self.pages, "index"]:
             for width, scheme in [(1400, "light"), (1024, "dark"), (400, "light")]:
                 with self.subTest(page=name, width=width, scheme=scheme):
@@ -157,7 +157,7 @@ class Browsed(UsualHost):
             self.assertEqual(drawn, symbols["bodies"])
 
     def test_the_keyboard_alone_reaches_everything(self):
-        """Each bar and table is one stop of the Tab key; its pieces and rows are behind the arrows."""
+        """Each bar and table is one stop of the Tab key; the arrows lead on from there."""
         self.open("large")
         reached = []
         while len(reached) <= MOST_STOPS and "BODY" not in reached[1:]:

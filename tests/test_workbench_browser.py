@@ -64,7 +64,7 @@ class PageData(UsualHost):
     def check_ranges(self, page, data):
         """Hold what is told of budgets against both paths with a budget."""
         report = fit.explain_page_context(page.answer, page.parts, page.budget)[1]
-        for fact, row in zip(report.get("facts", []), data["facts"]):
+        for fact, row in zip(report.get("facts", []), data["facts"], strict=False):
             self.assertEqual(stands(row["runs"][1], page.budget), fact["kept"])
         rows = data["symbols"]["bodies"]
         bodies = next(count for *span, count in rows if stands([span], page.budget))
@@ -108,8 +108,8 @@ class PageData(UsualHost):
     def test_the_overview_names_the_blocks_of_each_result(self):
         found = compare(some_pages(), TRIALS)
         data = overview_data(found, lambda page: f"{page.number}.html")
-        for row, page in zip(data["pages"], found.pages):
-            for result, told in zip(page.by_policy.values(), row["results"]):
+        for row, page in zip(data["pages"], found.pages, strict=True):
+            for result, told in zip(page.by_policy.values(), row["results"], strict=True):
                 labels = sorted(row["labels"][at] for at in told["left"])
                 self.assertEqual(labels, sorted(result.left_out))
             self.assertEqual(row["href"], f"{page.number}.html")

@@ -1,4 +1,4 @@
-"""Something that an answer lacks, and the changes of one knob that keep it, each tried by the fit."""
+"""Something that an answer lacks, and the changes of one knob that keep it, each tried."""
 
 from __future__ import annotations
 
@@ -120,7 +120,10 @@ class Case:
         if not all(self.keeps(report, order) for report in reports):
             return False
         facts = reports[0]["facts"]
-        now = {index: fact["kept"] for index, fact in zip(order or range(len(facts)), facts)}
+        now = {
+            index: fact["kept"]
+            for index, fact in zip(order or range(len(facts)), facts, strict=True)
+        }
         before = [fact["kept"] for fact in self.report["facts"]]
         labels = [block.label() for block in self.page.parts.prose]
         changed = [n for n in now if now[n] != before[n] and (self.is_body or n != self.index)]

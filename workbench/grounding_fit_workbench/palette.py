@@ -26,7 +26,7 @@ class Ink:
         wanted = [int(self.light[at : at + 2], 16) for at in (1, 3, 5)]
         cube = [min(range(6), key=lambda step: abs(CUBE[step] - part)) for part in wanted]
         grey = min(range(24), key=lambda step: abs(8 + 10 * step - sum(wanted) / 3))
-        distances = [sum((CUBE[step] - part) ** 2 for step, part in zip(cube, wanted))]
+        distances = [sum((CUBE[step] - part) ** 2 for step, part in zip(cube, wanted, strict=True))]
         distances.append(sum((8 + 10 * grey - part) ** 2 for part in wanted))
         red, green, blue = cube
         return 16 + 36 * red + 6 * green + blue if distances[0] <= distances[1] else 232 + grey

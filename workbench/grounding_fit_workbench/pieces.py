@@ -72,7 +72,7 @@ class Fitted:
         return {piece.index for piece in pieces if piece.text == texts[piece.index]}
 
     def shows_pieces(self) -> bool:
-        """Whether the pieces stand in the answer; a host's own that fitted may be of other stuff."""
+        """Whether the pieces stand in the answer; a host's own may lack them."""
         rebuilt = "facts" in self.report
         return rebuilt or all(piece.text in self.text for piece in self.pieces)
 

@@ -43,7 +43,7 @@ def in_words(told: Told) -> str:
 
 
 def fact_reason(fact: Report, report: Report) -> str:
-    """Return what a block that was left out lacked, in JSON characters; "" for one that was kept."""
+    """Return what a block lacked that was left out, in JSON characters; "" for one that stays."""
     return in_words(refusal(fact, report))
 
 
@@ -126,8 +126,9 @@ def agent_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
         yield f"{given}; without prior_markdown they fit."
     else:
         yield (
-            f"{given}. The always-kept facts and other fields with no body take {report['base']:,}, "
-            f"which leaves a room of {report['room']:,}. Of it {reserved(report)}."
+            f"{given}. The always-kept facts and other fields with no body take "
+            f"{report['base']:,}, which leaves a room of {report['room']:,}. "
+            f"Of it {reserved(report)}."
         )
         yield from body_reasons(parts, report["symbols"], "the code's share of the budget")
 

@@ -66,7 +66,7 @@ def print_bar(bar: Bar) -> None:
     for segment in [*bar.segments, Segment("free", "", free)]:
         sizes[segment.part] += segment.size
     cells = bar_cells(sizes.values(), scale)
-    print("".join(drawn(part, count) for part, count in zip(sizes, cells)))
+    print("".join(drawn(part, count) for part, count in zip(sizes, cells, strict=True)))
     legend = [
         (drawn(part), f"{INKS[part].meaning} {size:,}") for part, size in sizes.items() if size
     ]
@@ -130,7 +130,7 @@ def print_api(page: Page, fitted: Fitted) -> None:
     print_words(reasons.api_warnings(fitted.report), reasons.api_reasons(parts, fitted.report))
     print_row(INDENT, "fact block", f"{'':<14}{'tokens':>9}{'of':>9}")
     facts = [piece.index for piece in fitted.pieces if piece.part == "facts"]
-    sizes = dict(zip(facts, bar.segments))
+    sizes = dict(zip(facts, bar.segments, strict=False))
     whole = fitted.whole("facts", [block.text for block in parts.prose])
     for index, block in enumerate(parts.prose):
         size = sizes[index].size if index in sizes else 0

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterator
 
-from grounding_fit_workbench.cases import OVER, changes_told
+from grounding_fit_workbench.cases import changes_told
 from grounding_fit_workbench.module import fit
 from grounding_fit_workbench.pieces import Report
 
@@ -63,7 +63,7 @@ def left_out(agent: Report, api: Report, prior: bool) -> str:
 
 
 def beside(parts: fit.GroundingParts, before: Reports, now: Reports) -> str:
-    """Return what differs between two fits of one page, each told by its reports; "" for nothing."""
+    """Return what differs between two fits of a page, each told by its reports; "" for nothing."""
     if before == now:
         return ""
     answer = changes_of_answer(parts, before[0], now[0])
@@ -82,8 +82,8 @@ def changes_of_answer(parts: fit.GroundingParts, before: Report, now: Report) ->
         for report in (before, now)
     ]
     labels = [block.label() for block in parts.prose]
-    won = [label for label, was, stands in zip(labels, *kept) if stands and not was]
-    lost = [label for label, was, stands in zip(labels, *kept) if was and not stands]
+    won = [label for label, was, stands in zip(labels, *kept, strict=True) if stands and not was]
+    lost = [label for label, was, stands in zip(labels, *kept, strict=True) if was and not stands]
     everything = {"bodies": len(parts.blocks)}
     was, stand = (report.get("symbols", everything)["bodies"] for report in (before, now))
     told = changes_told(won, lost, stand - was)

@@ -105,7 +105,7 @@ def print_entries(entries: Iterable[tuple[str, str]], indent: str = "  ") -> Non
 
 
 def print_table(heads: Sequence[str], rows: Sequence[Sequence[str]]) -> None:
-    """Print cells to the right and, last in a row, a name; what is too wide goes below as another."""
+    """Print cells to the right and, last in a row, a name; what is too wide goes below it."""
     widths = [max(len(row[at]) for row in [heads, *rows]) + 2 for at in range(len(heads) - 1)]
     start = 0
     while start < len(widths):
@@ -129,14 +129,14 @@ def progress(
     to: TextIO | None = None,
     clock: Callable[[], float] = time.monotonic,
 ) -> Iterator[Item]:
-    """Yield items, and show after some seconds how many are done: in place, or in lines to a file."""
+    """Yield items, and show after a while how many are done: in place, or in lines to a file."""
     to = to or sys.stderr
     in_place = to.isatty()
     started = shown = clock()
     for count, item in enumerate(items, 1):
         yield item
         now = clock()
-        if now - started < QUIET_SECONDS or not in_place and now - shown < LINE_SECONDS:
+        if now - started < QUIET_SECONDS or (not in_place and now - shown < LINE_SECONDS):
             continue
         shown = now
         print(f"{count:,} of {total:,} {unit}", end="\r" if in_place else "\n", file=to, flush=True)

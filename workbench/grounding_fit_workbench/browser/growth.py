@@ -52,7 +52,7 @@ def by_floor(page: Page, costs: Costs, found: list[FloorRange]) -> list[Row]:
 
 
 def of_api(page: Page, budgets: Iterable[int]) -> list[Row]:
-    """Return what the API path makes of token budgets: facts, listing, bodies, joints, in tokens."""
+    """Return what the API path makes of budgets: facts, listing, bodies, joints, in tokens."""
     last = max(budgets)
     rows = []
     for budget in sorted({*budgets, *(round(at * last / SAMPLES) for at in range(SAMPLES + 1))}):

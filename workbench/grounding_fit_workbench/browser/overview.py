@@ -4,12 +4,13 @@ overview_data returns all that the browser shows, and overview_text writes it in
 script lists the pages behind a number and decides nothing:
 
 - `said`: in a sentence or two, what is left out, and which policies change most.
-- `policies`: of each its `name`, the pages by `outcomes`, the `median` of the bodies a page, the fact
-  blocks `left` out, `won` and `lost`, the `bodies` won and lost, and what it leaves out by `kinds`.
+- `policies`: of each its `name`, the pages by `outcomes`, the `median` of the bodies a page, the
+  fact blocks `left` out, `won` and `lost`, the `bodies` won and lost, and the blocks left out by
+  `kinds`.
 - `kinds`: of fact blocks that some policy leaves out, with how many are given; most left out first.
-- `pages`, most damaged first: `name`, `href` of its own page, `labels` and `kinds` of its fact blocks,
-  and `results` by policy: `outcome`, `bodies`, the change of them as `more`, and the blocks `left` out,
-  `won` and `lost`, by index.
+- `pages`, most damaged first: `name`, `href` of its own page, `labels` and `kinds` of its fact
+  blocks, and `results` by policy: `outcome`, `bodies`, the change of them as `more`, and the blocks
+  `left` out, `won` and `lost`, by index.
 - `failed`: names and errors.
 """
 

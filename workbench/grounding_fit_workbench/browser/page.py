@@ -7,10 +7,10 @@ page_text writes it into the page, whose script draws it and decides nothing:
   and its `floor`.
 - `facts`: a row for each block: `label`, `key`, `cost` (what counts for its share: text and seeds),
   `adds` (what they add to an answer) and `tokens`; `always`, the verdict if it stays on the agent
-  path whatever comes; `empty`, where it has no text; `advice`; and `runs`, the budgets with which it
-  is whole on the API path, and kept on the agent path: exact [first, last], null where it never ends.
+  path whatever comes; `empty`, where it has no text; `advice`; and `runs`, the budgets with which
+  it is whole on the API path, and kept on the agent path: exact [first, last], null for no end.
 - `symbols`: by rank their `names`, `places`, `tokens`, `adds`, and the `least` budgets that keep
-  their bodies on the API path; `bodies`, how many stand on the agent path: exact [first, last, count].
+  their bodies on the API path; `bodies`, those on the agent path: exact [first, last, count].
 - `next_body`: advice on the next body of the agent path, null when all stand.
 - `states`: what the knobs go through; see states.py. `growth`: the charts; see growth.py.
 - `texts`: those of all fact blocks, then of all symbols.
@@ -23,7 +23,7 @@ from typing import Any
 from grounding_fit_workbench.browser.growth import by_budget, by_floor, of_api
 from grounding_fit_workbench.browser.states import States, digits_of
 from grounding_fit_workbench.browser.writer import shown, written
-from grounding_fit_workbench.budget_ranges import Range, Ranges, ranges, spans
+from grounding_fit_workbench.budget_ranges import Range, Ranges, fact_spans, ranges
 from grounding_fit_workbench.cases import Advice
 from grounding_fit_workbench.floor_ranges import floors
 from grounding_fit_workbench.module import fit
@@ -33,11 +33,6 @@ from grounding_fit_workbench.remedies import advice
 
 ALWAYS = ("always kept", "kept first")
 Data = dict[str, Any]
-
-
-def whole_spans(found: list[Range], index: int) -> list[tuple[int, int | None]]:
-    """Return the budgets with which a fact block stands whole."""
-    return spans(found, lambda each: each.facts[index] == "whole")
 
 
 def fact_data(page: Page, costs: Costs, found: Ranges) -> list[Data]:
@@ -52,7 +47,7 @@ def fact_data(page: Page, costs: Costs, found: Ranges) -> list[Data]:
             "tokens": costs.facts[index].tokens,
             "always": fact["verdict"] if fact["verdict"] in ALWAYS else "",
             "empty": not page.parts.prose[index].text,
-            "runs": [whole_spans(found.api, index), whole_spans(found.agent, index)],
+            "runs": [fact_spans(path, index, "whole") for path in (found.api, found.agent)],
         }
         for index, fact in enumerate(rows)
     ]
