@@ -153,7 +153,7 @@ def line_of(page: Page) -> str:
     require_kinds(page)
     require_page_form(page)
     line = {field: getattr(page, field) for field in ("name", "page_type", "budget", "answer")}
-    line["prose"] = [dict(zip(FACT, block)) for block in page.parts.prose]
+    line["prose"] = [dict(zip(FACT, block, strict=True)) for block in page.parts.prose]
     line["blocks"] = page.parts.blocks
     line["files"] = sorted(page.parts.files)
     line["code_floor"] = page.parts.code_floor
