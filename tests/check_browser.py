@@ -9,13 +9,12 @@ from dataclasses import replace
 from pathlib import Path
 
 from chromium import Browser
-from harness import ROOT, UsualHost, fit
-from test_workbench_compare import TRIALS, some_pages
-
 from examples import host, repository
 from grounding_fit_workbench import Page, Trial, compare
 from grounding_fit_workbench.browser.overview import overview_text
 from grounding_fit_workbench.browser.page import page_data, page_text
+from harness import ROOT, UsualHost, fit
+from test_workbench_compare import TRIALS, some_pages
 
 PROGRAM, FOLDER = sys.argv[1], Path(sys.argv[2]).resolve()
 LARGE = 1_000_000  # bytes of a page of MANY symbols, at the most

@@ -12,7 +12,10 @@ import grounding_fit as fit
 if TYPE_CHECKING:
     from grounding_fit import _CitationSeed, _PageContext, _SymbolRecord
 else:
-    _SymbolRecord = TypedDict("_SymbolRecord", {}, total=False)
+
+    class _SymbolRecord(TypedDict, total=False):
+        """At run time the stub is not there."""
+
 
 SYMBOL: _SymbolRecord = {
     "fqn": "app.save",
