@@ -32,6 +32,7 @@ class Errors(UsualHost):
                 deep,
             ),
             ("value[0]: expected string keys, got 1", fit._json_size, [{1: 2}]),
+            ("result: expected string keys, got 1", context, {1: 2}, parts(), 4),
             ("['parameters'][0]['name']: expected a string, got 3", fit.render_symbol, parameter),
             ("blocks[0]: expected a pair (tuple or list of two), got 1 items", within, single, 1),
             ("blocks[0]: expected a pair (tuple or list of two), got 3 items", within, three, 1),

@@ -71,6 +71,7 @@ class Records(UsualHost):
         self.assertEqual((text, seeds, name, key), block[:])
         self.assertEqual((block[-1], block[0], block[1:3]), ("k", "t", ((), "n")))
         self.assertEqual((len(block), list(block)[3]), (4, "k"))
+        self.assertEqual(list(reversed(block)), ["k", "n", (), "t"])
         for wrong in (4, -5, 2**70):
             self.assertRaises(IndexError, block.__getitem__, wrong)
         self.assertRaises(TypeError, block.__getitem__, "a")

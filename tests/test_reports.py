@@ -139,7 +139,7 @@ class Reports(UsualHost):
 
     def test_a_floor_beyond_any_size(self):
         page = [fit.FactBlock("f" * 900)], [("t" * 900, {})] * 9
-        for floor in (-1e300, -1.0, 1e300):
+        for floor in (-1e300, -1.0, -1, 1e300):
             given = over(), parts(*page, code_floor=floor), 900
             report = fit.explain_page_context(*given)[1]
             self.assertEqual(report, model.explain_page_context(*given)[1])

@@ -51,6 +51,7 @@ class WorkedCases(UsualHost):
             ("#\tTests", "the '\tTests' block"),
             ("\n## a", "the '' block"),
             ("## (a) of b (c)", "the '(a) of b' block"),
+            ("# Tests ", "the 'Tests ' block"),
         ]
         for edge in "\x7f\x80\xff\u0100\u01ff\uffff\U00010000":  # of the widths of texts
             cases.append((f"# {edge}\n😀", f"the '{edge}' block"))
