@@ -34,6 +34,8 @@ class Values(UsualHost):
         for function in (fit.render_symbol, fit._listed, fit._json_size):
             viewed = {"fqn": types.MappingProxyType(types.MappingProxyType(shown))}
             self.assertEqual(function(viewed), function({"fqn": shown}))
+        nothing = {"signature": types.MappingProxyType({}), "docstring": "d"}
+        self.assertEqual(fit._listed(nothing), fit._listed({"docstring": "d"}))
         for wrong in (set(), b"", object()):
             self.assertRaises(TypeError, fit.render_symbol, {"fqn": wrong})
 
@@ -109,6 +111,10 @@ class Values(UsualHost):
         for function in (fit.render_symbol, fit._listed, fit._json_size):
             self.assertEqual(function(odd), function(plain), function)
         self.assertEqual(fit.symbol_seeds(Array([odd])), fit.symbol_seeds([plain]))
+        large = {"file": "f", "line": Integer(10**30), "end_line": Integer(10**31)}
+        [seed] = fit.symbol_seeds([large])
+        self.assertEqual([*map(type, seed.values())], [str, int, int])
+        self.assertIn(f":L{10**30}-L{10**31}", fit._listed(large))
 
         def page(record):
             prose = Array([fit.FactBlock(Text("## Files"), Array([odd]))])
