@@ -97,7 +97,7 @@ class Records(UsualHost):
         self.assertEqual(list(fit._BUDGETS.items()), list(policies.items()))
         for name in policies:
             self.assertIs(fit.section_budget(name), fit._BUDGETS[name])
-        for name in ("Decisions", "", "module"):
+        for name in ("Decisions", "decisions2", "", "module"):
             self.assertIs(fit.section_budget(name), fit._DEFAULT_BUDGET)
         with self.assertRaises(TypeError):
             fit._BUDGETS["new"] = Budget()

@@ -40,12 +40,18 @@ class Emptied(UsualHost):
         """What its equality changes shows in all that is read later."""
         for key, name in [("parameters", "name"), ("related", "fqn")]:
             with self.subTest(key):
-                text = catalogue.odd_text(lambda: armed and record.pop("has_tests", None))
-                armed = []
-                entries = [{name: "a"}, {text(name): "b"}]
-                record = {"docstring": "d", key: entries, "has_tests": True}
+
+                def empty():
+                    if armed and not later:
+                        record.clear()
+                        later.append([{name: "later"}] * 3)  # perhaps where the entries were
+
+                armed, later = [], []
+                record = {key: [{catalogue.odd_text(empty)(name): "a"}], "has_tests": True}
                 armed.append(1)
-                self.assertNotIn("has_tests", fit.render_symbol(record))
+                shown = fit.render_symbol(record)
+                self.assertEqual((len(later), "later" in shown), (1, False))
+                self.assertNotIn("has_tests", shown)
 
     def test_a_key_in_the_place_of_a_freed_one(self):
         """The size of a key is remembered by the key, which must live for as long."""
