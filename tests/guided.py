@@ -1,4 +1,4 @@
-"""Draws pages and hostile hosts from bytes that a fuzzer changes, guided by what of the C++ they run.
+"""Draws pages and hostile hosts from bytes that a fuzzer changes, guided by what of the C++ ran.
 
 What it starts from are the pages of other tests, written down as the bytes that draw them.
 
@@ -11,6 +11,7 @@ import sys
 from pathlib import Path
 
 import atheris
+
 import differential
 import pages
 import saboteur

@@ -87,6 +87,11 @@ class Values(UsualHost):
         viewed = fit.SectionBudget(shares=types.MappingProxyType({"a": 1}))
         self.assertEqual(eval(repr(viewed), vars(fit)), fit.SectionBudget(shares={"a": 1}))
 
+    def test_files_are_the_hosts_own(self):
+        path = Text("p")
+        [file] = fit._assemble_grounding(parts(files={path}), 1)[2]
+        self.assertIs(file, path)
+
     def test_paths_that_say_they_are_equal(self):
         """What _norm gave for a path is kept by its text, whatever the path says of itself."""
 
