@@ -1,7 +1,7 @@
 """Fit the grounding of a wiki page to what its writer can be given.
 
 A page's grounding is its fact blocks, each with citation seeds, and its rendered code symbols,
-best first (GroundingParts). There is never room for all of it. Two paths decide what stays:
+best first (GroundingParts). There is seldom room for all of it. Two paths decide what stays:
 
 - API path, in tokens: _assemble_grounding(parts, budget).
 - Agent path, in JSON characters: _fit_page_context(result, parts, budget).
@@ -71,7 +71,7 @@ __version__: Final[str]
 README: Final = "readme"  # block keys: FactBlock.key, SectionBudget.first and .shares
 DIGEST: Final = "digest"
 DOCUMENT: Final = "document"
-_SYM_BUDGET_FLOOR: Final = 0.35  # share of the room that code is sure of
+_SYM_BUDGET_FLOOR: Final = 0.35  # fraction that is code's by default
 _ALWAYS_KEPT: Final[tuple[str, str]]  # headings of the fact blocks that no cap leaves out
 _DEFAULT_BUDGET: Final[SectionBudget]
 _BUDGETS: Final[MappingProxyType[str, SectionBudget]]  # by page type; the others have the default
@@ -202,7 +202,7 @@ class _GroundingReport(TypedDict):
     over: int  # by how much the text passes its budget
 
 class _Object(TypedDict):
-    """No key asked for: every TypedDict is one, and no mapping but a dict can be."""
+    """Matches every TypedDict, since it requires no key, and no mapping but a dict."""
 
 _T = TypeVar("_T")
 _Array: TypeAlias = list[_T] | tuple[_T, ...]
@@ -285,7 +285,7 @@ class GroundingParts:
         """Paths of the files behind the fact blocks."""
     @property
     def code_floor(self) -> float:
-        """The fraction of a capped answer's room that code can count on."""
+        """The fraction of a capped answer's room held free for code while facts are chosen."""
     @property
     def budget(self) -> SectionBudget:
         """The policy of the page's type."""

@@ -335,13 +335,14 @@ def sections() -> tuple[dict[str, str], str]:
     return made, picture(page, [label(block) for block in page.parts.prose], added)
 
 
-def filled(document: str, made: dict[str, str]) -> str:
-    """Return the document with its marked parts replaced; each of them must be there once."""
+def filled(document: Path, made: dict[str, str]) -> str:
+    """Return a document with its marked parts replaced; each of them must be there once."""
     marked = re.compile(r"(<!-- worked: (\w+) -->\n).*?(?=<!-- end -->)", re.DOTALL)
-    names = [match[2] for match in marked.finditer(document)]
+    text = document.read_text(encoding="utf-8")
+    names = [match[2] for match in marked.finditer(text)]
     if sorted(names) != sorted(made):
-        raise SystemExit(f"{DOCUMENT.name} marks {sorted(names)}, and there are {sorted(made)}")
-    return marked.sub(lambda match: f"{match[1]}\n{made[match[2]]}\n\n", document)
+        raise SystemExit(f"{document.name} marks {sorted(names)}, and there are {sorted(made)}")
+    return marked.sub(lambda match: f"{match[1]}\n{made[match[2]]}\n\n", text)
 
 
 def main() -> None:
@@ -350,7 +351,7 @@ def main() -> None:
     parser.add_argument("--check", action="store_true", help="write nothing; fail when out of date")
     check = parser.parse_args().check
     made, drawn = sections()
-    document = filled(DOCUMENT.read_text(encoding="utf-8"), made)
+    document = filled(DOCUMENT, made)
     stale = []
     for path, text in ((DOCUMENT, document), (PICTURE, drawn)):
         if path.exists() and path.read_text(encoding="utf-8") == text:

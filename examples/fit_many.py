@@ -1,35 +1,44 @@
 """Fit a page for every package of a repository, on both paths, on many cores or machines.
 
-Each page is made by the worker that fits it, of the code that it reads itself; only the answer and
-the page's main figures come back. Workers are processes of this machine, or those of a running
-Dask scheduler. They see the repository under the same path, run the same version of CPython, and
-have the built module and the project root on PYTHONPATH:
+Each page is made by the worker that fits it, of the code that it reads itself; its answer and main
+figures come back, and for the workbench the page as a line of JSON. Workers are processes of this
+machine, interpreters of this process, or those of a running Dask scheduler. They see the
+repository under the same path, run the same version of CPython, and have the built module, the
+project root and its folder workbench on PYTHONPATH:
 
-    python examples/fit_many.py --repo ~/code/app --workers 4
+    python examples/fit_many.py --repo ~/code/app --workers 4 --try code_floor=.2
+    python examples/fit_many.py --repo ~/code/app --interpreters
     python examples/fit_many.py --repo ~/code/app --dask tcp://scheduler:8786
 """
 
 import argparse
 import contextlib
-import multiprocessing
+import importlib
 import os
 import pickle
 import platform
-import signal
 import sys
-from collections.abc import Iterator
-from concurrent.futures import Executor, Future, ProcessPoolExecutor, as_completed
+import tempfile
+from collections.abc import Iterator, Sequence
+from concurrent.futures import Executor, as_completed
 from dataclasses import dataclass
 from pathlib import Path
 from time import perf_counter
 
 from examples.repository import packages
+from grounding_fit_workbench.options import (
+    TRIAL_HELP,
+    Parser,
+    add_comparison,
+    at_least,
+    folder,
+    writable,
+)
+from grounding_fit_workbench.terminal import progress, say
+from grounding_fit_workbench.workers import process_pool
 
-try:
-    from tqdm import tqdm
-except ImportError:
-    tqdm = None
-
+# What a process needs for its first page, loaded once and forked.
+PRELOADED = ["grounding_fit", "examples.host", "examples.repository", "workers.context_builder"]
 VERSION = f"{sys.version_info.major}.{sys.version_info.minor}"
 
 
@@ -42,6 +51,7 @@ class Job:
     budget: int  # tokens
     symbols: int
     version: str = VERSION  # of CPython
+    line_as: str = ""  # the name under which the page comes back too, as a line of JSON
 
 
 @dataclass(frozen=True)
@@ -51,9 +61,10 @@ class Fitted:
     answer: dict
     given_size: int  # JSON characters
     size: int  # JSON characters of the answer
-    over: bool  # whether even the fitted answer is over the cap
+    over: tuple[bool, bool]  # whether the answer is over the cap, before and after
     tokens: int  # of the grounding
     seconds: float
+    line: str = ""  # of JSON, where it was asked for
 
 
 @dataclass(frozen=True)
@@ -84,27 +95,19 @@ def fit_package(job: Job) -> Fitted:
     try:
         import grounding_fit as fit  # here, where a worker without it can say so
         from examples import host, repository
+        from grounding_fit_workbench.page_lines import Page, line_of
         from workers.context_builder import estimate_tokens
     except ImportError as error:
         raise RuntimeError(f"{worker}: {error}") from None
     read = repository.read_repository(Path(job.folder))
     page = host.fit_page(read, job.page, job.budget, job.symbols)
     given_size, size = (fit._json_size(answer) for answer in (page.given, page.answer))
-    over = size > fit._PAGE_CONTEXT_MAX_CHARS
+    over = given_size > fit._PAGE_CONTEXT_MAX_CHARS, size > fit._PAGE_CONTEXT_MAX_CHARS
     tokens = estimate_tokens(page.grounding)
-    return Fitted(page.answer, given_size, size, over, tokens, perf_counter() - started)
-
-
-def completed(futures: dict[Future, str]) -> Iterator[Future]:
-    """Yield the futures as they are done, and show how many are."""
-    done = as_completed(futures)
-    if tqdm:
-        yield from tqdm(done, total=len(futures), unit="page")
-        return
-    for count, future in enumerate(done, 1):
-        print(f"\r{count} of {len(futures)} pages", end="", file=sys.stderr, flush=True)
-        yield future
-    print(file=sys.stderr)
+    line = ""
+    if job.line_as:
+        line = line_of(Page(job.line_as, job.page, page.given, page.parts, job.budget))
+    return Fitted(page.answer, given_size, size, over, tokens, perf_counter() - started, line)
 
 
 def run(executor: Executor, jobs: dict[str, Job]) -> Run:
@@ -113,7 +116,7 @@ def run(executor: Executor, jobs: dict[str, Job]) -> Run:
     futures = {executor.submit(fit_package, job): name for name, job in jobs.items()}
     fitted = {}
     failed = {}
-    for future in completed(futures):
+    for future in progress(as_completed(futures), len(futures), "pages made"):
         name = futures[future]
         if error := future.exception():
             failed[name] = f"{type(error).__name__}: {error}"
@@ -125,17 +128,17 @@ def run(executor: Executor, jobs: dict[str, Job]) -> Run:
 
 
 @contextlib.contextmanager
-def process_pool(workers: int) -> Iterator[Executor]:
-    """Give processes that share nothing with this one, and end them at once on Ctrl-C."""
-    apart = multiprocessing.get_context("spawn")
-    interrupt = (signal.SIGINT, signal.SIG_DFL)
-    pool = ProcessPoolExecutor(workers, apart, initializer=signal.signal, initargs=interrupt)
-    with pool:
+def interpreter_pool(workers: int) -> Iterator[Executor]:
+    """Give interpreters of this process; on Ctrl-C those at work finish their page."""
+    try:
+        from concurrent.futures import InterpreterPoolExecutor
+    except ImportError:
+        sys.exit(f"--interpreters: CPython 3.14 or newer is needed, and this is {VERSION}")
+    with InterpreterPoolExecutor(workers) as pool:
         try:
             yield pool
         except KeyboardInterrupt:
-            for process in multiprocessing.active_children():
-                process.terminate()  # else the pool would wait for their pages
+            pool.shutdown(wait=False, cancel_futures=True)
             raise
 
 
@@ -173,6 +176,15 @@ def dask_workers(address: str) -> Iterator[Executor]:
             executor.shutdown(wait=False)  # what is still to be done is not wanted any more
 
 
+def workers_of(args: argparse.Namespace) -> contextlib.AbstractContextManager[Executor]:
+    """Return the workers that were asked for."""
+    if args.dask:
+        return dask_workers(args.dask)
+    if args.interpreters:
+        return interpreter_pool(args.workers)
+    return process_pool(args.workers, preloaded=PRELOADED if args.forkserver else ())
+
+
 def print_table(done: Run) -> None:
     """Show what was made, how fast, and what it took to send it about."""
     pages = done.fitted.values()
@@ -181,41 +193,71 @@ def print_table(done: Run) -> None:
         return
     sent, back = (total // len(pages) for total in (done.bytes_sent, done.bytes_back))
     slowest = max(done.fitted, key=lambda name: done.fitted[name].seconds)
-    cut = sum(page.size < page.given_size for page in pages)
     print(f"{'pages a second':<16}{done.pages_a_second:.1f}, {done.seconds:.1f} s in all")
     print(f"{'bytes a page':<16}{sent:,} sent, {back:,} back")
     print(f"{'slowest page':<16}{slowest}, {done.fitted[slowest].seconds:.2f} s")
-    print(f"{'over the cap':<16}{cut} before, {sum(page.over for page in pages)} after")
+    for at, when in enumerate(("before", "after")):
+        over = sorted(name for name, page in done.fitted.items() if page.over[at])
+        names = f": {', '.join(over)}" if over else ""
+        say(f"{'over the cap':<16}{len(over)} {when}{names}", "")
 
 
-def main() -> int:
-    """Fit all pages, name those that failed, and print the table."""
-    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
+def parse_arguments(arguments: Sequence[str]) -> argparse.Namespace:
+    """Return the options of the command line, and the jobs that they ask for."""
+    about = __doc__.partition("\n")[0]
+    raw = argparse.RawDescriptionHelpFormatter
+    parser = Parser(prog="many", description=about, epilog=TRIAL_HELP, formatter_class=raw)
     library = Path(os.__file__).parent
     option = parser.add_argument
-    option("--repo", type=Path, default=library, help="folder with packages of Python code")
+    option("--repo", type=folder, default=library, help="folder with packages of Python code")
     option("--page", default="module", metavar="TYPE", help="module, getting-started, ...")
-    option("--budget", type=int, default=8000, help="tokens of a page")
-    option("--symbols", type=int, default=180, help="most symbol blocks of a page")
-    option("--workers", type=int, default=os.cpu_count(), help="processes of this machine")
-    option("--dask", metavar="ADDRESS", help="a Dask scheduler whose workers do it instead")
-    args = parser.parse_args()
-    jobs = {
-        name: Job(str(folder), args.page, args.budget, args.symbols)
-        for name, folder in packages(args.repo.resolve()).items()
+    option("--budget", type=at_least(0), default=8000, help="tokens of a page (default: 8000)")
+    option("--symbols", type=at_least(0), default=180, help="most symbol blocks (default: 180)")
+    which = parser.add_mutually_exclusive_group().add_argument
+    which("--dask", metavar="ADDRESS", help="a Dask scheduler whose workers make the pages")
+    which("--interpreters", action="store_true", help="interpreters in place of processes")
+    which("--forkserver", action="store_true", help="processes forked off one that is ready")
+    option(
+        "--save", type=writable, metavar="FILE", help="keep the pages in a file, for the workbench"
+    )
+    add_comparison(parser)
+    parser.set_defaults(workers=os.cpu_count())
+    args = parser.parse_args(arguments)
+    args.trials = parser.trials(args.trials)
+    args.jobs = {
+        name: Job(str(path), args.page, args.budget, args.symbols, line_as=name)
+        for name, path in packages(args.repo.resolve()).items()
     }
-    if not jobs:
+    if not args.jobs:
         parser.error(f"{args.repo.resolve()}: no packages")
-    with dask_workers(args.dask) if args.dask else process_pool(args.workers) as executor:
-        done = run(executor, jobs)
+    return args
+
+
+def main(arguments: Sequence[str]) -> int:
+    """Fit all pages, name those that failed, and compare the policies that were asked for."""
+    from grounding_fit_workbench.commands import compare_file  # here, for workers need none of it
+
+    args = parse_arguments(arguments)
+    with workers_of(args) as executor:
+        done = run(executor, args.jobs)
     for name, reason in sorted(done.failed.items()):
-        print(f"{name}: {reason}")
+        say(f"{name}: {reason}", "")
     print_table(done)
-    return 1 if done.failed else 0
+    with tempfile.TemporaryDirectory() as scratch:
+        file = args.save or Path(scratch, "pages")
+        file.write_text("".join(f"{page.line}\n" for _, page in sorted(done.fitted.items())))
+        print()
+        compared = compare_file(file, args.trials, args)
+    return 1 if done.failed or compared.failed else 0
 
 
 if __name__ == "__main__":
+    # Interpreters hand on what they all can import, and that the main program is not.
+    importable = importlib.import_module("examples.fit_many")
     try:
-        sys.exit(main())
+        sys.exit(importable.main(sys.argv[1:]))
     except KeyboardInterrupt:
         sys.exit(130)
+    except OSError as error:
+        print(f"many: {error}", file=sys.stderr)
+        sys.exit(2)

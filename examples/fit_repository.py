@@ -1,9 +1,9 @@
 """Ground a wiki page in a repository of Python code, fit it on both paths, show where room went.
 
 As the module's host does, it makes fact blocks and ranked symbol blocks of the code, and fits them
-to a token budget (API path) and to the cap of a `page_context` answer (agent path). The report is
-drawn from the module's own reports. With the built module's folder and the project root on
-PYTHONPATH:
+to a token budget (API path) and to the cap of a `page_context` answer (agent path). The workbench
+shows what became of them. With the built module's folder, the project root and its folder workbench
+on PYTHONPATH:
 
     python examples/fit_repository.py --repo ~/code/app --page getting-started --budget 4000
 """
@@ -12,34 +12,42 @@ import argparse
 import json
 import signal
 import sys
+from collections.abc import Sequence
 from pathlib import Path
 
 try:
     import grounding_fit as fit
-    from examples import browser_page, host, pieces, reasons, report, repository
-    from workers.context_builder import estimate_tokens
+    import grounding_fit_workbench as workbench
+    from examples import host, repository
+    from grounding_fit_workbench.browser.page import page_data, page_text
+    from grounding_fit_workbench.options import Parser, at_least, folder, writable
+    from grounding_fit_workbench.reasons import policy_line
+    from grounding_fit_workbench.report import fit_whole, print_page
+    from grounding_fit_workbench.terminal import safe
 except ImportError as error:
-    print(f"{error}; PYTHONPATH: the built module's folder and the project root", file=sys.stderr)
+    needed = "the built module's folder, the project root and its folder workbench"
+    print(f"{error}; PYTHONPATH: {needed}", file=sys.stderr)
     sys.exit(2)
 
 PAGE_TYPES = ("module", *fit._BUDGETS)  # the first has the default policy
 
 
-def parse_arguments() -> argparse.Namespace:
+def parse_arguments(arguments: Sequence[str]) -> argparse.Namespace:
     """Return the options of the command line."""
-    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
+    parser = Parser(prog="run", description=__doc__.partition("\n")[0])
     project = Path(__file__).resolve().parent.parent
     option = parser.add_argument
-    option("--repo", type=Path, default=project, help="folder of Python code (default: this one's)")
+    option(
+        "--repo", type=folder, default=project, help="folder of Python code (default: this one's)"
+    )
     types = f"{', '.join(PAGE_TYPES)}; any other has the policy of module"
     option("--page", default="module", metavar="TYPE", help=f"type of the page: {types}")
-    option("--budget", type=int, default=8000, help="tokens of the page (default: 8000)")
-    option("--symbols", type=int, default=180, help="most symbol blocks (default: 180)")
+    option("--budget", type=at_least(0), default=8000, help="tokens of the page (default: 8000)")
+    option("--symbols", type=at_least(0), default=180, help="most symbol blocks (default: 180)")
     option("--show", choices=("grounding", "answer"), help="print this result alone")
-    option("--html", type=Path, metavar="FILE", help="write a page that shows it in a browser")
-    args = parser.parse_args()
-    if args.budget < 0:
-        parser.error(f"--budget {args.budget}: a budget has 0 tokens or more")
+    option("--html", type=writable, metavar="FILE", help="write a page that shows it in a browser")
+    option("--save", type=writable, metavar="FILE", help="append it to a file of the workbench's")
+    args = parser.parse_args(arguments)
     if args.page not in PAGE_TYPES:
         print(f"--page {args.page}: not known, so it has the policy of module", file=sys.stderr)
     args.read = repository.read_repository(args.repo.resolve())
@@ -49,35 +57,45 @@ def parse_arguments() -> argparse.Namespace:
     return args
 
 
-def main() -> None:
-    """Fit one page, and show the report or the result that was asked for."""
-    args = parse_arguments()
+def shown(page: workbench.Page, result: str) -> str:
+    """Return what was asked for of a fitted page."""
+    if result == "grounding":
+        return fit._assemble_grounding(page.parts, page.budget)[0]
+    answer = fit._fit_page_context(page.answer, page.parts, page.budget)
+    return json.dumps(answer, indent=2, ensure_ascii=False)
+
+
+def main(arguments: Sequence[str]) -> None:
+    """Fit one page, and show the report or what else was asked for."""
+    args = parse_arguments(arguments)
     read = args.read
     parts = host.page_parts(read, args.page, args.symbols)
     given = host.page_answer(read.name, args.page, read.sources, parts)
-    api = pieces.fit_api(parts, args.budget)
-    agent = pieces.fit_agent(given, parts, args.budget)
-    files = f"{len(read.sources)} files of code, {read.passed_over} passed over"
+    page = workbench.Page(read.name, args.page, given, parts, args.budget)
     head = [
         f"{read.name[:40]}: a {args.page} page within {args.budget:,} tokens",
-        f"{files}, {len(parts.blocks):,} symbols",
-        reasons.policy_line(args.page, parts.budget),
+        f"{len(read.sources)} files of code, {read.passed_over} passed over, "
+        f"{len(parts.blocks):,} symbols",
+        policy_line(args.page, parts.budget),
     ]
-    if args.show == "grounding":
-        print(api.text)
-    elif args.show == "answer":
-        print(json.dumps(agent.answer, indent=2, ensure_ascii=False))
-    elif args.html:
-        data = browser_page.page_data(given, parts, args.budget, estimate_tokens, head)
-        args.html.write_text(browser_page.page_text(data), "utf-8")
-        print(args.html)
-    else:
-        print(*head, sep="\n")
-        report.print_api(parts, api, estimate_tokens)
-        report.print_agent(parts, agent)
+    if args.save:
+        workbench.save_page(
+            args.save, given, parts, args.budget, name=read.name, page_type=args.page
+        )
+    if args.html:
+        args.html.write_text(page_text(page_data(page, head)), "utf-8")
+        print(args.html, file=sys.stderr if args.show else sys.stdout)
+    if args.show:
+        text = shown(page, args.show)
+        print(safe(text, kept="\n\t") if sys.stdout.isatty() else text)
+    elif not args.html:
+        print_page(page, fit_whole(page), head)
 
 
 if __name__ == "__main__":
     sys.stdout.reconfigure(encoding="utf-8", errors="backslashreplace")
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader such as `head` may leave early
-    main()
+    try:
+        main(sys.argv[1:])
+    except OSError as error:
+        sys.exit(f"run: {error}")

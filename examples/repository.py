@@ -21,6 +21,7 @@ class Source:
     lines: list[str]
     tree: ast.Module
     references: Counter  # how often the file mentions each name
+    imports: list[ast.Import | ast.ImportFrom]
 
     @property
     def doc(self) -> str:
@@ -62,8 +63,10 @@ def parse(path: str, text: str) -> Source:
     tree = ast.parse(text)
     module = path.removesuffix(".py").replace("/", ".").removesuffix(".__init__")
     lines = text.removesuffix("\n").split("\n") if text else []
-    names = (getattr(node, "id", getattr(node, "attr", "")) for node in ast.walk(tree))
-    return Source(path, module, lines, tree, Counter(names))
+    nodes = list(ast.walk(tree))
+    names = Counter(getattr(node, "id", getattr(node, "attr", "")) for node in nodes)
+    imports = [node for node in nodes if isinstance(node, (ast.Import, ast.ImportFrom))]
+    return Source(path, module, lines, tree, names, imports)
 
 
 def read_repository(root: Path) -> Repository:
@@ -93,18 +96,16 @@ def import_table(sources: list[Source]) -> dict[str, dict[str, int]]:
     """Say which files import each module, and on which line first: {module: {path: line}}."""
     table = {}
     for source in sources:
-        for node in ast.walk(source.tree):
+        for node in source.imports:
             for module in imported_modules(source, node):
                 table.setdefault(module, {}).setdefault(source.path, node.lineno)
     return table
 
 
-def imported_modules(source: Source, node: ast.AST) -> list[str]:
-    """Return the full names of the modules that a statement imports, none for any other node."""
+def imported_modules(source: Source, node: ast.Import | ast.ImportFrom) -> list[str]:
+    """Return the full names of the modules that a statement imports."""
     if isinstance(node, ast.Import):
         return [alias.name for alias in node.names]
-    if not isinstance(node, ast.ImportFrom):
-        return []
     above = source.path.split("/")[: -node.level] if node.level else []
     names = [node.module] if node.module else [alias.name for alias in node.names]
     return [".".join([*above, name]) for name in names]

@@ -175,7 +175,7 @@ class Source:
         """Return a page type's policy: a real one, or one with odd shares."""
         r = self.r
         if r.random() < 0.5:
-            return fit.section_budget(r.choice(["getting-started", "decisions", "module"]))
+            return fit.section_budget(r.choice([*fit._BUDGETS, "module"]))
         shares = [0.0, 0.25, 1.0, 2, -1.0, 1e300, float("inf"), float("nan"), 10**400]
         picked = {key: self.maybe(r.choice(shares)) for key in KEYS if r.random() < 0.3}
         return fit.SectionBudget(0, [self.maybe(k) for k in KEYS if r.random() < 0.2], picked)

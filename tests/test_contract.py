@@ -3,6 +3,7 @@
 import ast
 import inspect
 import re
+from pathlib import Path
 
 import catalogue
 from harness import HOST_NAMES, ROOT, UsualHost, fit, model, parts, run_python
@@ -76,3 +77,18 @@ class Contract(UsualHost):
         known = set(re.findall(r"\w+", STUB)).union(HOST_NAMES)
         stale = {name for name in told - known if re.match("_[A-Za-z]", name)}
         self.assertEqual(stale, set(), "told, but nowhere to be found")
+
+    def test_documents_for_developers_name_what_there_is(self):
+        """Files below the sources by their folder, or alone; and names that some file has."""
+        folders = ("docs", "examples", "tests", "tools", "workers", ".")
+        files = [path for folder in folders for path in ROOT.glob(f"{folder}/*.*")]
+        files += ROOT.glob("workers/**/*.?pp")
+        sources = [path for path in files if path.suffix in (".cpp", ".hpp", ".py", ".pyi")]
+        written = set(re.findall(r"\w+", " ".join(map(Path.read_text, sources))))
+        for document in ("changing", "design"):
+            text = (ROOT / f"docs/{document}.md").read_text(encoding="utf-8")
+            named = re.findall(r"`([a-z_/]+\.(?:cpp|hpp|md|pyi?|toml))`", text)
+            self.assertGreater(len(named), 10)
+            stale = [name for name in named if not any(path.match(name) for path in files)]
+            stale += set(re.findall(r"`([a-z]\w*_\w+)\b(?!\.)", text)) - written
+            self.assertEqual(stale, [], document)

@@ -1,63 +1,89 @@
 """The example, on this repository: what it shows adds up, and what it says holds."""
 
+import contextlib
+import io
 import json
+import os
 import re
 import tempfile
 import unittest
 from pathlib import Path
+from unittest import mock
 
-from examples import browser_page, host, pieces, reasons, repository
-from examples.host import fit
-from harness import ROOT, run_python
-from workers.context_builder import estimate_tokens as measure
+from harness import HOST, ROOT, UsualHost, fit
 
-PROGRAM = ROOT / "examples/fit_repository.py"
-PAGES = [("module", 4000, 3), ("getting-started", 300, 180), ("decisions", 9000, 60)]
+from examples import host, repository
+from grounding_fit_workbench import Page, load_pages, reasons
+from grounding_fit_workbench.pieces import fit_agent
+
+with mock.patch.dict("sys.modules", HOST.modules()):  # the module is there already
+    from examples import fit_repository
+
+PAGES = [("module", 4000, 3), ("getting-started", 300, 60), ("decisions", 9000, 30)]
+READ = repository.read_repository(ROOT / "workbench")
 
 
-class Example(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.read = repository.read_repository(ROOT)
+class Example(UsualHost):
+    def page(self, page_type, budget=8000, symbols=60):
+        parts = host.page_parts(READ, page_type, symbols)
+        given = host.page_answer("name", page_type, READ.sources, parts)
+        return Page("name", page_type, given, parts, budget)
 
-    def page(self, page, symbols=60):
-        parts = host.page_parts(self.read, page, symbols)
-        return host.page_answer("name", page, self.read.sources, parts), parts
+    def run_it(self, *arguments):
+        """Run the program here, its reading of this repository done; return what it printed."""
+        out, err = io.StringIO(), io.StringIO()
+        with contextlib.ExitStack() as stack:
+            stack.enter_context(contextlib.redirect_stdout(out))
+            stack.enter_context(contextlib.redirect_stderr(err))
+            stack.enter_context(mock.patch.object(repository, "read_repository", lambda _: READ))
+            stack.enter_context(mock.patch.dict(os.environ, COLUMNS="80"))
+            try:
+                fit_repository.main([*map(str, arguments)])
+            except SystemExit as stop:
+                return stop.code, out.getvalue(), err.getvalue()
+        return 0, out.getvalue(), err.getvalue()
 
     def test_the_report_adds_up(self):
-        for page, budget, symbols in PAGES:
-            with self.subTest(page=page):
-                options = [PROGRAM, "--page", page, "--budget", budget, "--symbols", symbols]
-                report = run_python(*options)
-                self.assertEqual(report.returncode, 0, report.stderr)
-                answer = json.loads(run_python(*options, "--show", "answer").stdout)
+        for page_type, budget, symbols in PAGES:
+            with self.subTest(page=page_type):
+                options = ["--page", page_type, "--budget", budget, "--symbols", symbols]
+                _, report, _ = self.run_it(*options)
+                answer = json.loads(self.run_it(*options, "--show", "answer")[1])
                 size = fit._json_size(answer)
-                self.assertIn(f"Agent path: {size:,} of 40,000", report.stdout)
-                legend = report.stdout.split("Agent path")[1].split("truncated")[0]
-                sizes = re.findall(
-                    r"(?:^| )[OFSNLBC] [a-z ]+? ([\d,]+)", legend.split("fact block")[0]
-                )
+                self.assertIn(f"Agent path: {size:,} of 40,000", report)
+                self.assertLessEqual(max(map(len, report.splitlines())), 80)
+                legend = report.split("Agent path")[1].split(" characters were given")[0]
+                sizes = re.findall(r"(?:^| )[OFSNLBC] [a-z ]+? ([\d,]+)", legend, re.MULTILINE)
                 self.assertEqual(sum(int(each.replace(",", "")) for each in sizes), size)
                 for symbol in answer["symbols"][:3]:
-                    self.assertIn(symbol, report.stdout)
+                    self.assertIn(symbol, report)
 
     def test_options(self):
-        refused = run_python(PROGRAM, "--budget", "-1")
-        self.assertEqual((refused.returncode, refused.stdout), (2, ""))
-        self.assertIn("--budget -1", refused.stderr)
-        self.assertIn("module, getting-started, decisions", run_python(PROGRAM, "--help").stdout)
-        self.assertIn("--page guide", run_python(PROGRAM, "--page", "guide").stderr)
+        with tempfile.TemporaryDirectory() as folder:
+            html, saved, absent = (Path(folder, name) for name in ("page.html", "pages", "no/file"))
+            for arguments, words in [
+                (["--budget", "-1"], "--budget: expected an integer from 0 on"),
+                (["--repo", absent], f"--repo: {absent}: expected a folder, and there is none"),
+                (["--html", absent], f"--html: {absent}: there is no folder {absent.parent}"),
+                (["--html", folder], f"--html: {folder}: expected a file, got a folder"),
+            ]:
+                ended, out, err = self.run_it(*arguments)
+                self.assertEqual((ended, out, err.count("\n")), (2, "", 1))
+                self.assertIn(words, err)
+            _, out, err = self.run_it(
+                "--show", "grounding", "--html", html, "--save", saved, "--symbols", 20
+            )
+            self.assertIn('id="data">{"head"', html.read_text())
+            page = load_pages(saved)[0]
+            self.assertEqual(out, fit._assemble_grounding(page.parts, 8000)[0] + "\n")
+            self.assertEqual((page.name, page.page_type), (READ.name, "module"))
+        self.assertIn("module, getting-started, decisions", self.run_it("--help")[1])
+        self.assertIn("--page guide", self.run_it("--page", "guide", "--symbols", 0)[2])
 
     def test_what_was_built_is_not_read(self):
+        paths = ("a.py", "README", "build/b.py", "build/made.md", "src/build/c.py", ".d.py")
         with tempfile.TemporaryDirectory() as folder:
-            for path in (
-                "a.py",
-                "README",
-                "build/b.py",
-                "build/made.md",
-                "src/build/c.py",
-                ".d.py",
-            ):
+            for path in paths:
                 file = Path(folder, path)
                 file.parent.mkdir(parents=True, exist_ok=True)
                 file.write_text("x = 1\n")
@@ -65,56 +91,19 @@ class Example(unittest.TestCase):
         self.assertEqual([source.path for source in read.sources], ["a.py", "src/build/c.py"])
         self.assertEqual([text.path for text in read.texts], ["README"])
 
-    def test_page_for_the_browser(self):
-        for page, budget, symbols in PAGES:
-            with self.subTest(page=page):
-                given, parts = self.page(page, symbols)
-                data = browser_page.page_data(given, parts, budget, measure, [page])
-                text = browser_page.page_text(data)
-                inlined = re.search(r'id="data">(.*?)</script>', text, re.DOTALL)
-                self.assertEqual(json.loads(inlined[1]), data)
-                self.assertNotRegex(
-                    text.replace(inlined[0], ""), r"https?:|url\((?!#)|src=|href=|@import"
-                )
-                self.check_data(data, given, parts, budget)
-
-    def check_data(self, data, given, parts, budget):
-        """Hold the data of a page against the module's own results."""
-        api = fit._assemble_grounding(parts, budget)[0]
-        answer = fit._fit_page_context(given, parts, budget)
-        for bar, size in zip(data["bars"], [measure(api), fit._json_size(answer)], strict=True):
-            sizes = [segment["size"] for segment in bar["segments"]]
-            self.assertEqual((sum(sizes), min(sizes) >= 0), (size, True))
-        self.assertGreater(len(data["budgets"]), 200)
-        for at, each in enumerate(data["budgets"]):
-            text = fit._assemble_grounding(parts, each)[0]
-            other = fit._fit_page_context(given, parts, each)["grounding"]
-            for run, made in zip(data["fills"], (text, other), strict=True):
-                fill = run[at]
-                self.assertEqual([sum(fill[:4]), *fill[4:]], [len(made), len(made), measure(made)])
-        texts = [block.text for block in parts.prose]
-        self.assertEqual([fact["text"] for fact in data["facts"]], texts)
-        for rank, symbol in enumerate(data["symbols"]):
-            self.assertEqual(symbol["text"], parts.blocks[rank][0])
-            if rank:
-                least = symbol["least"]
-                within = [fit._blocks_within(parts, least - 1), fit._blocks_within(parts, least)]
-                self.assertEqual([each > rank for each in within], [False, True])
-
     def test_what_is_said_of_seeds_holds(self):
         """A block said to fit without its seeds is kept without them, another one is not."""
         tried = set()
-        for page in ("module", "getting-started"):
-            given, parts = self.page(page)
-            facts = fit.explain_page_context(given, parts, 8000)[1]["facts"]
-            for index, fact in enumerate(facts):
+        for page_type in ("module", "getting-started"):
+            page = self.page(page_type, 4000, 3)
+            report = fit_agent(page).report
+            for index, fact in enumerate(report["facts"]):
                 if fact["kept"]:
                     continue
-                said = "; without its" in reasons.fact_reason(fact)
-                prose = list(parts.prose)
+                said = "; without its" in reasons.fact_reason(fact, report)
+                prose = list(page.parts.prose)
                 prose[index] = fit.FactBlock(prose[index].text, [], key=fact["key"])
-                bare = fit.GroundingParts(prose, parts.blocks, parts.files, budget=parts.budget)
-                now = fit.explain_page_context(given, bare, 8000)[1]["facts"][index]
+                now = fit_agent(page.with_parts(prose=prose)).report["facts"][index]
                 self.assertEqual(now["verdict"] != fact["verdict"], said, fact)
                 tried.add((fact["verdict"], said))
         self.assertGreater(len(tried), 2)
@@ -126,11 +115,15 @@ class Example(unittest.TestCase):
         late = fit.FactBlock(f"## Late\n{'l' * 25000}", name="the late one", key="late")
         policy = fit.SectionBudget(first=["late"])
         for facts, field, cause in [
-            ([wide], "", r"the 'File cards' block takes 4\d,"),
+            ([wide], "", r"the 'Files' block takes 4\d,"),
             ([], "f" * 41000, r"fields that are not fitted and the note take 4\d,"),
             ([other, late], "f" * 1000, "the late one is always kept, but stands after"),
         ]:
             parts = fit.GroundingParts(facts, [], set(), budget=policy)
             given = {"page_id": "p", "field": field, "grounding": "g" * 50000}
-            fitted = pieces.fit_agent(given, parts, 100)
+            fitted = fit_agent(Page("p", "", given, parts, 100))
             self.assertRegex(" ".join(reasons.agent_warnings(parts, fitted)), cause)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -35,6 +35,7 @@ compile() {
     cat "$built.log" >&2
     return 1
   }
+  grep -s 'not tried yet' "$built.log" >&2 || true
 }
 
 # Sets built to the folder of this CPython and the preset, which then holds the module.
@@ -106,7 +107,7 @@ bench() {
     *" --peers "*)
       pick_python
       need_venv
-      peers=$("$python" tools/toolbox.py peers orjson) || refuse "bench: no peers to measure"
+      peers=$("$python" tools/toolbox.py peers orjson msgspec tokenizers) || refuse "bench: no peers to measure"
       export CPYTHON=$peers/bin/python
       ;;
   esac

@@ -43,17 +43,16 @@ check() {
 }
 
 wheels() {
-  local target=$1 version
-  case $target in /*) ;; *) target=$caller/$target ;; esac
+  local machine target
+  machine=$(uname -m)
+  if [ "${1:-}" = --platform ] && [ $# -gt 1 ]; then machine=$2 && shift 2; fi
+  takes 1 "$@"
+  target=$(cd "$caller" && realpath -m "${1:-$out/wheels}")
   pick_python
   writable "$target"
   need_compiler
   need_venv
-  mkdir -p "$target"
   "$python" tools/wheels.py sdist "$target" >&2 || refuse "wheels: no source archive"
-  for version in 3.13 3.12 3.11 3.10; do
-    printf '%s|%s|%q tools/wheels.py wheel %q %q\n' "wheel for CPython $version" "$version" \
-      "$python" "$target" "$(python_of "$version")"
-  done | run_steps ""
+  pythons | "$python" tools/wheels.py plan "$target" "$machine" | run_steps ""
   du -b "$target"/grounding_fit-*
 }

@@ -86,6 +86,6 @@ print(" ".join([platform.python_implementation(), "%d%02d" % sys.version_info[:2
     sys.executable]))' 2>/dev/null) || refuse "PYTHON=$asked does not run"
   read -r name number version tag python <<<"$about"
   [ "$name" = CPython ] || refuse "PYTHON=$asked is ${name:-no Python}: a CPython is needed, 3.10 or newer"
-  [ "$number" -ge 310 ] || refuse "PYTHON=$asked is CPython $version: 3.10 or newer is needed"
+  [ "$number" -ge 310 ] || refuse "CPython $version is too old: 3.10 or newer is needed"
   say "CPython $version at $python"
 }

@@ -1,17 +1,21 @@
 """Steps of ./dev check that need more than a line: `python steps.py NAME` runs one."""
 
 import os
+import platform
 import re
 import shutil
 import subprocess
 import sys
 from pathlib import Path
+from sysconfig import get_path
 
-from toolbox import ROOT, output, run
+from toolbox import ROOT, cannot, output, run
 
 BUILT = Path(os.environ["BUILT"])
 CHECK = Path(os.environ["CHECK"])
 LINES, BRANCHES = "98", "90"  # percent of the C++ that the tests run at the least
+SOURCES = ROOT / "workers/wiki/grounding_fit"
+KERNELS = ("portable", "avx2", "avx512")
 PICKLED = """import pickle, workers.wiki.grounding_fit as fit
 block = fit.FactBlock("text")
 assert pickle.loads(pickle.dumps(block)) == block and type(block).__module__ == fit.__name__"""
@@ -99,6 +103,8 @@ def stub() -> None:
     run(python, program, cwd=place, PYTHONPATH=beside)
     mypy = [python, "-m", "mypy", "--strict", "--warn-unused-ignores"]
     run(*mypy, program, cwd=place, MYPYPATH=place / "beside")
+    workbench = f"{place / 'beside'}:{ROOT / 'workbench'}"
+    run(*mypy, "-p", "grounding_fit_workbench", cwd=place, MYPYPATH=workbench)
     run(*mypy, hosted, cwd=place, MYPYPATH=place / "host")
     run(*mypy, "--python-executable", place / "venv/bin/python", program, cwd=place)
     # Without any of them it is not found, so the three above were.
@@ -113,6 +119,34 @@ def cluster() -> None:
         run(sys.executable, "examples/fit_many.py", "--dask", workers.scheduler_address)
 
 
-STEPS = (references, coverage, symbols, installed, stub, cluster)
+def free_threaded() -> None:
+    """Have the compilers read the module, as one unit, for this CPython without its lock."""
+    unit = fresh("free_threaded") / "unit.cpp"
+    unit.parent.mkdir()
+    files = sorted(SOURCES.glob("*/*.cpp"))
+    unit.write_text("".join(f'#include "{file}"\n' for file in files))
+    options = "-std=c++20 -fsyntax-only -Wall -Wextra -Wshadow -Werror -DPy_GIL_DISABLED=1".split()
+    names = ['-DGROUNDING_FIT_VERSION=""', f"-I{SOURCES}", "-isystem", get_path("include")]
+    for compiler in ("g++", "clang++"):
+        run(compiler, *options, *names, unit)
+
+
+def kernels() -> None:
+    """Test the kernels on this processor and on qemu's, of which one has no wide registers."""
+    if platform.machine() != "x86_64":
+        cannot("no x86-64 machine")
+    run("./dev", "build", "--preset", "strict")
+    test, path = BUILT / "tests/escape_growth_test", f"{BUILT}:{ROOT / 'tests'}:{ROOT}"
+    tested = output(test)
+    for processor in ("Nehalem", "max"):
+        qemu = ["qemu-x86_64-static", "-cpu", processor]
+        tested += output(*qemu, test)
+        pages = ["tests/differential.py", "--edges", "0", "--pages", "100"]
+        run(*qemu, os.environ["PYTHON"], *pages, PYTHONPATH=path)
+    if missed := [name for name in KERNELS if f"{name}: tested" not in tested]:
+        cannot(f"all but these, which neither this processor nor qemu's runs: {missed}")
+
+
+STEPS = (references, coverage, symbols, installed, stub, cluster, free_threaded, kernels)
 if __name__ == "__main__":  # the workers load this file too
     {each.__name__: each for each in STEPS}[sys.argv[1]]()

@@ -11,9 +11,16 @@ import shutil
 import subprocess
 import sys
 from pathlib import Path
+from typing import NoReturn
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = Path(os.environ["GROUNDING_FIT_BUILD"])
+
+
+def cannot(why: str) -> NoReturn:
+    """End a step that cannot be done here."""
+    print(why, file=sys.stderr)
+    sys.exit(77)
 
 
 def run(*command: object, cwd: Path = ROOT, **variables: object) -> None:
@@ -46,8 +53,7 @@ def environment(name: str, *packages: str) -> Path:
             if not pip(place, "install", *packages):
                 if pip(place, "download", "--no-deps", "--dest", place, "pip"):
                     sys.exit(f"{name}: the package index does not have all of {packages}")
-                print("the package index does not answer", file=sys.stderr)
-                sys.exit(77)
+                cannot("the package index does not answer")
             ready.write_text(wanted)
     return place
 

@@ -42,24 +42,24 @@ page_facts::page_facts(const py::module_state& state, const fact_blocks& prose, 
     : state_(state), prose_(prose), meter_(meter), facts_(prose.size()) {}
 
 page_facts::fact& page_facts::with_seeds(std::size_t i) {
-  fact& of = facts_[i];
-  if (std::exchange(of.seeds_held, true)) return of;
+  fact& known = facts_[i];
+  if (std::exchange(known.seeds_held, true)) return known;
   const py::handle seeds = block(i).seeds();
-  of.seeds.reserve(py::size_of_array(seeds));
+  known.seeds.reserve(py::size_of_array(seeds));
   for (std::size_t j = 0; const py::item_ref seed = py::array_item(seeds, j); ++j) {
-    of.seeds.push_back({py::new_ref(seed)});
+    known.seeds.push_back({py::new_ref(seed)});
   }
-  return of;
+  return known;
 }
 
 void page_facts::read_seeds(std::size_t i) {
-  fact& of = with_seeds(i);
-  if (of.seeds_read) return;
-  for (std::size_t j = 0; j < of.seeds.size(); ++j) {
-    sized_seed& seed = of.seeds[j];
+  fact& known = with_seeds(i);
+  if (known.seeds_read) return;
+  for (std::size_t j = 0; j < known.seeds.size(); ++j) {
+    sized_seed& seed = known.seeds[j];
     seed.citable = py::within(seed_place(i, j), [&] { return is_citable(state_, seed.value); });
   }
-  of.seeds_read = true;
+  known.seeds_read = true;
 }
 
 std::int64_t page_facts::size_of_seed(std::size_t i, std::size_t j) {
@@ -71,30 +71,31 @@ std::int64_t page_facts::size_of_seed(std::size_t i, std::size_t j) {
 }
 
 fact_cost page_facts::cost(std::size_t i, size_limit limit) {
-  fact& of = with_seeds(i);
+  fact& known = with_seeds(i);
   tally seeds;
-  for (std::size_t j = 0; j < of.seeds.size(); ++j) seeds.add(size_of_seed(i, j));
+  for (std::size_t j = 0; j < known.seeds.size(); ++j) seeds.add(size_of_seed(i, j));
   const text_view text = py::view_of(block(i).text());
   const std::int64_t inner = size_up_to(limit - 2 - seeds.bracketed(), [&](precision how) {
-    return inner_size_once(text, how, of.text_size);
+    return inner_size_once(text, how, known.text_size);
   });
   return {2 + inner, seeds.bracketed()};
 }
 
 part page_facts::as_part(std::size_t i, precision how) {
-  fact& of = facts_[i];
-  if (of.citable.count < 0) {
+  fact& known = facts_[i];
+  if (!known.seeds_read) read_seeds(i);
+  if (known.citable.count < 0) {
     tally citable;
-    for (std::size_t j = 0; j < of.seeds.size(); ++j) {
-      if (of.seeds[j].citable) citable.add(size_of_seed(i, j));
+    for (std::size_t j = 0; j < known.seeds.size(); ++j) {
+      if (known.seeds[j].citable) citable.add(size_of_seed(i, j));
     }
-    of.citable = citable;
+    known.citable = citable;
   }
   part made;
   made.text = py::view_of(block(i).text());
-  if (!made.text.empty()) made.sizes.texts.add(inner_size_once(made.text, how, of.text_size));
-  made.seeds = of.seeds;
-  made.sizes.seeds = of.citable;
+  if (!made.text.empty()) made.sizes.texts.add(inner_size_once(made.text, how, known.text_size));
+  made.seeds = known.seeds;
+  made.sizes.seeds = known.citable;
   return made;
 }
 
@@ -114,7 +115,7 @@ page_symbols::page_symbols(const py::module_state& state, std::vector<symbol_blo
 void page_symbols::make_seeds(std::size_t bodies) {
   for (std::size_t i = 0; i < bodies; ++i) {
     symbol& each = symbols_[i];
-    if (each.seed.citable && !each.seed.value) each.seed.value = each.lines.seed(state_);
+    if (each.seed.citable && !each.seed.value) each.seed.value = each.cited.seed(state_);
   }
 }
 
@@ -122,26 +123,26 @@ void page_symbols::make_seeds(std::size_t bodies) {
 // listed, the names shown, the seeds of the bodies, and only then sizes.
 void page_symbols::read(code_amount code) {
   const std::size_t shown = code.bodies + code.listed;
-  for (std::size_t i = code.bodies; i < shown; ++i) read_line_of(i);
+  for (std::size_t i = code.bodies; i < shown; ++i) read_listed_line(i);
   for (; names_read_ < shown; ++names_read_) {
     symbol& each = symbols_[names_read_];
     each.name = py::within(place_of_block(names_read_),
                            [&] { return read_symbol_name(state_, each.block.record); });
     if (each.name) each.name_size = json_string_size(py::view_of(each.name));
   }
-  const std::size_t sized = lines_read_;
-  for (; lines_read_ < code.bodies; ++lines_read_) {
-    symbol& each = symbols_[lines_read_];
-    each.lines = py::within(place_of_block(lines_read_),
+  const std::size_t sized = cited_read_;
+  for (; cited_read_ < code.bodies; ++cited_read_) {
+    symbol& each = symbols_[cited_read_];
+    each.cited = py::within(place_of_block(cited_read_),
                             [&] { return read_symbol_lines(state_, each.block.record, norm_); });
-    each.seed.citable = each.lines.citable();
+    each.seed.citable = each.cited.citable();
   }
-  for (std::size_t i = sized; i < lines_read_; ++i) {
-    if (symbols_[i].seed.citable) symbols_[i].seed.size = size_of_seed(symbols_[i].lines);
+  for (std::size_t i = sized; i < cited_read_; ++i) {
+    if (symbols_[i].seed.citable) symbols_[i].seed.size = size_of_seed(symbols_[i].cited);
   }
 }
 
-void page_symbols::read_line_of(std::size_t i) {
+void page_symbols::read_listed_line(std::size_t i) {
   symbol& each = symbols_[i];
   if (each.line_size >= 0) return;
   each.line =

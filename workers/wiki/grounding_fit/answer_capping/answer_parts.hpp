@@ -46,7 +46,7 @@ struct part {
 // The rebuilt fields, put together part by part.
 class fitted_values {
  public:
-  // For so many texts, and lines of so many code points.
+  // Has space for so many texts, and for lines of so many code points.
   fitted_values(std::size_t texts, std::size_t line_chars) : texts_(texts + 1) {
     listing_.reserve(line_chars);
   }
@@ -75,13 +75,15 @@ class page_facts {
 
   std::size_t count() const { return facts_.size(); }
   fact_block block(std::size_t i) const { return prose_[i]; }
-  // Validates the same values at any limit, which only says whether the text need be scanned.
+  // The limit only decides whether the text is scanned; the same values are refused at every limit.
   fact_cost cost(std::size_t i, size_limit limit);
-  // Reads which seeds can be cited, before an answer shows them.
+  // Refuses what its cost refuses, and scans no text.
+  void validate(std::size_t i) { cost(i, 0); }
+  // Reads which seeds can be cited.
   void read_seeds(std::size_t i);
   // Its text, unless it is empty, and the seeds that can be cited.
   part as_part(std::size_t i, precision how);
-  // Only a block that stays is asked for its seeds again.
+  // Of a block that was left out, which no part is asked of again.
   void release_seeds(std::size_t i) { std::vector<sized_seed>().swap(facts_[i].seeds); }
 
  private:
@@ -131,12 +133,12 @@ class page_symbols {
   // Parts of what was read; in the header, since every answer that is tried asks for them.
   // A symbol with its body: the whole block, empty or not, its name and its seed.
   part body(std::size_t i, precision how) {
-    symbol& of = symbols_[i];
-    part made = named(of);
-    made.text = py::view_of(of.block.text);
-    made.sizes.texts.add(inner_size_once(made.text, how, of.body_size));
-    made.seeds = {&of.seed, 1};
-    if (of.seed.citable) made.sizes.seeds.add(of.seed.size);
+    symbol& shown = symbols_[i];
+    part made = named(shown);
+    made.text = py::view_of(shown.block.text);
+    made.sizes.texts.add(inner_size_once(made.text, how, shown.body_size));
+    made.seeds = {&shown.seed, 1};
+    if (shown.seed.citable) made.sizes.seeds.add(shown.seed.size);
     return made;
   }
   static part heading() {
@@ -147,10 +149,10 @@ class page_symbols {
   }
   // A symbol by its line: no seed.
   part line(std::size_t i) const {
-    const symbol& of = symbols_[i];
-    part made = named(of);
-    made.line = &of.line;
-    made.sizes.texts.size = of.line_size;
+    const symbol& listed = symbols_[i];
+    part made = named(listed);
+    made.line = &listed.line;
+    made.sizes.texts.size = listed.line_size;
     return made;
   }
   // Makes the seeds of so many bodies, which are measured without being made.
@@ -162,24 +164,24 @@ class page_symbols {
     py::owned name;  // empty when it has none
     std::int64_t name_size = 0;
     listed_line line;
-    symbol_lines lines;
+    symbol_lines cited;
     sized_seed seed;                              // its value is made last
     std::int64_t line_size = -1, body_size = -1;  // below 0 while not known
   };
 
-  static part named(const symbol& of) {
+  static part named(const symbol& shown) {
     part made;
-    made.name = of.name;
-    if (of.name) made.sizes.names.add(of.name_size);
+    made.name = shown.name;
+    if (shown.name) made.sizes.names.add(shown.name_size);
     return made;
   }
-  void read_line_of(std::size_t i);
+  void read_listed_line(std::size_t i);
 
   const py::module_state& state_;
   std::size_t count_, within_tokens_;
   path_names norm_;
   std::vector<symbol> symbols_;
-  std::size_t names_read_ = 0, lines_read_ = 0;
+  std::size_t names_read_ = 0, cited_read_ = 0;
 };
 
 }  // namespace grounding_fit

@@ -1,5 +1,5 @@
-// Reads from the top as `_fit_page_context` and `_fit_prose` of tests/plain_model.py do; the steps
-// are those of docs/fitting.md.
+// Reads from the top as `_fit_page_context` and `_fit_prose` of tests/plain_model.py do, which tell
+// the rules in plain Python; the steps are those of docs/fitting.md.
 #include "answer_capping/decide.hpp"
 
 #include <algorithm>
@@ -39,15 +39,15 @@ bool fits_as_it_is(page_fit& fit, handle result, original_answer& original, meas
 bool fits_without_prior(page_fit& fit, const module_state& state, original_answer& original,
                         const owned& prior) {
   using enum new_answer::fitted_fields;
-  const note_item items[] = {note_item(py::view_of(prior))};
-  fit.note.chars = cap_note_size(items, 1, note_end::plain);
+  const left_out items(prior, 0);
+  fit.note.chars = items.note_size({}, note_end::plain);
   fit.size = new_answer(state, original, carried_over).size() + fit.note.chars;
   if (!fits(fit.size)) return false;  // by a lower bound
   original.measure_all();
   const new_answer whole(state, original, carried_over);
   fit.size = whole.size() + fit.note.chars;
   if (!fits(fit.size)) return false;
-  fit.note.text = cap_note(items, 1, note_end::plain);
+  fit.note.text = items.note({}, note_end::plain);
   fit.answer = whole.build(fit.note.text);
   fit.outcome = fit_outcome::fits_without_prior;
   return true;
@@ -67,14 +67,16 @@ page_symbols symbols_of(page_fit& fit, const module_state& state, std::vector<sy
 // ---- 4. Base, room, floor and reserve -----------------------------------------------------------
 
 // always_kept or kept_first; undecided for every other block.
-verdict standing_of(const module_state& state, const policy_rules& rules, const fact_block& block) {
+fact_verdict standing_of(const module_state& state, const policy_rules& rules,
+                         const fact_block& block) {
   const text_view text = py::view_of(block.text());
   if (text.starts_with(py::view_of(state[utility::file_cards_heading])) ||
       text.starts_with(py::view_of(state[utility::requested_context_heading]))) {
-    return verdict::always_kept;
+    return fact_verdict::always_kept;
   }
   const text_view key = py::view_of(block.key());
-  return !key.empty() && rules.keeps_first(key) ? verdict::kept_first : verdict::undecided;
+  return !key.empty() && rules.keeps_first(key) ? fact_verdict::kept_first
+                                                : fact_verdict::undecided;
 }
 
 // A double cut to an integer, and clamped to 2^100 either way, which no sum of sizes reaches. For
@@ -98,7 +100,7 @@ answer_room room_of(grounding_parts parts, const std::vector<fact_decision>& fac
                     candidate& answer, measuring how) {
   std::vector<std::size_t> always;
   for (std::size_t i = 0; i < facts.size(); ++i) {
-    if (stays(facts[i].outcome)) always.push_back(i);
+    if (stays(facts[i].verdict)) always.push_back(i);
   }
   answer_room room;
   room.base = answer.size_of(always, bodies::none, k_no_limit);
@@ -116,16 +118,16 @@ answer_room room_of(grounding_parts parts, const std::vector<fact_decision>& fac
 
 // Decides one block, given what is decided before it. The cap is not asked of a block that is over
 // its share: asking reads the block's seeds.
-verdict decide_fact(fact_decision& now, page_facts& facts, std::size_t at, const answer_room& room,
-                    candidate& answer, measuring how) {
-  if (stays(now.outcome)) return now.outcome;
-  if (now.limit) {
-    const __int128 left = truncated(std::floor(*now.limit)) - now.used;
-    if (facts.cost(at, up_to(left, how)).total() > left) return verdict::over_share;
+fact_verdict decide_fact(fact_decision& now, page_facts& facts, std::size_t at,
+                         const answer_room& room, candidate& answer, measuring how) {
+  if (stays(now.verdict)) return now.verdict;
+  if (now.share) {
+    const __int128 left = truncated(std::floor(*now.share)) - now.share_used;
+    if (facts.cost(at, up_to(left, how)).total() > left) return fact_verdict::over_share;
   }
-  const __int128 cap = k_answer_max_chars - room.reserve;
-  now.tried = answer.size_with(at, up_to(cap, how));
-  return now.tried > cap ? verdict::over_cap : verdict::fits;
+  const __int128 beside_code = k_answer_max_chars - room.reserve;
+  now.tried = answer.size_with(at, up_to(beside_code, how));
+  return now.tried > beside_code ? fact_verdict::over_cap : fact_verdict::fits;
 }
 
 }  // namespace
@@ -136,23 +138,23 @@ fact_choice choose_facts(const module_state& state, grounding_parts parts, page_
   fact_choice made;
   made.facts.resize(facts.count());
   for (std::size_t i = 0; i < facts.count(); ++i) {
-    made.facts[i].outcome = standing_of(state, rules, facts.block(i));
+    made.facts[i].verdict = standing_of(state, rules, facts.block(i));
   }
   made.room = room_of(parts, made.facts, answer, how);
   std::map<text_view, std::int64_t> used_by;  // key of a block that has a share
   for (std::size_t i = 0; i < facts.count(); ++i) {
     fact_decision& now = made.facts[i];
-    facts.cost(i, 0);  // scans no text, but refuses what the rules refuse
+    facts.validate(i);
     const handle key = facts.block(i).key();
-    now.limit = rules.share_of(key);
-    if (now.limit) {
-      *now.limit *= static_cast<double>(made.room.room);
-      now.used = used_by[py::view_of(key)];
+    now.share = rules.share_of(key);
+    if (now.share) {
+      *now.share *= static_cast<double>(made.room.room);
+      now.share_used = used_by[py::view_of(key)];
     }
-    now.outcome = decide_fact(now, facts, i, made.room, answer, how);
-    if (stays(now.outcome)) {
+    now.verdict = decide_fact(now, facts, i, made.room, answer, how);
+    if (stays(now.verdict)) {
       answer.keep(i);
-      if (now.limit) used_by[py::view_of(key)] += facts.cost(i, k_no_limit).total();
+      if (now.share) used_by[py::view_of(key)] += facts.cost(i, k_no_limit).total();
     } else if (how == measuring::as_needed) {
       facts.release_seeds(i);  // and the next one is tried
     }
@@ -165,13 +167,13 @@ namespace {
 // ---- 6. Bodies by bisection, then lines ---------------------------------------------------------
 
 code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, measuring how) {
-  const size_limit cap = up_to(k_answer_max_chars, how);
+  const size_limit limit = up_to(k_answer_max_chars, how);
   code_decision code;
   const auto within_tokens = static_cast<std::int64_t>(symbols.within_tokens());
   const std::int64_t count = most(within_tokens, [&](std::int64_t n) {
     const code_amount tried = symbols.with_lines(static_cast<std::size_t>(n));
-    const std::int64_t size = answer.size(tried, k_placeholder_chars, cap);
-    if (!fits(size)) code.refused_at = size;  // the last one refused has one body more
+    const std::int64_t size = answer.size(tried, k_placeholder_chars, limit);
+    if (!fits(size)) code.refused_at = size;  // the bisection ends beside the last one refused
     return fits(size);
   });
   code.amount = symbols.with_lines(static_cast<std::size_t>(count));
@@ -183,58 +185,12 @@ code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, mea
   if (code.amount.bodies > 0) return code;
   const auto window = static_cast<std::int64_t>(code.amount.listed);
   code.amount.listed = static_cast<std::size_t>(most(window, [&](std::int64_t n) {
-    return fits(answer.size({0, static_cast<std::size_t>(n)}, k_placeholder_chars, cap));
+    return fits(answer.size({0, static_cast<std::size_t>(n)}, k_placeholder_chars, limit));
   }));
   return code;
 }
 
 // ---- 7. The real note ---------------------------------------------------------------------------
-
-// What the note says was left out: the prior markdown, the code, the fact blocks. Only the item of
-// the code changes with the code that is shown, so the others are sized once.
-class left_out {
- public:
-  left_out(const owned& prior, const page_facts& facts, const std::vector<fact_decision>& decisions,
-           std::size_t symbols)
-      : symbols_(symbols) {
-    if (prior) prior_.emplace(py::view_of(prior));
-    labels_.reserve(k_note_items);
-    named_facts_.reserve(k_note_items);
-    for (std::size_t i = 0; i < decisions.size(); ++i) {
-      if (stays(decisions[i].outcome) || ++facts_ > k_note_items) continue;
-      labels_.push_back(facts.block(i).label());
-      named_facts_.emplace_back(py::view_of(labels_.back()));
-    }
-  }
-
-  std::int64_t note_size(code_amount code, note_end end) const {
-    return note(code, end, cap_note_size);
-  }
-  owned note(code_amount code, note_end end) const { return note(code, end, cap_note); }
-
- private:
-  template <class Made>
-  Made note(code_amount code, note_end end,
-            Made (*make)(std::span<const note_item>, std::size_t, note_end)) const {
-    const owned cut =
-        code_cut(static_cast<std::int64_t>(code.bodies), static_cast<std::int64_t>(code.listed),
-                 static_cast<std::int64_t>(symbols_));
-    std::vector<note_item> named;
-    named.reserve(k_note_items);
-    if (prior_) named.push_back(*prior_);
-    if (cut) named.emplace_back(py::view_of(cut));
-    const std::size_t items = named.size() + facts_;
-    const std::size_t room = std::min(k_note_items - named.size(), named_facts_.size());
-    named.insert(named.end(), named_facts_.begin(), named_facts_.begin() + room);
-    return make(named, items, end);
-  }
-
-  std::size_t symbols_;
-  std::size_t facts_ = 0;
-  std::optional<note_item> prior_;
-  std::vector<owned> labels_;
-  std::vector<note_item> named_facts_;
-};
 
 // Where the real note is longer than its placeholder, what is lowest ranked comes off until it
 // fits: bodies first, each of which then heads the listing, and then lines.
@@ -259,7 +215,7 @@ void shrink_for_note(page_fit& fit, const left_out& items, rebuilt_answer& answe
 
 // ---- 8. Over the cap ----------------------------------------------------------------------------
 
-// Whether the note must say that even the smallest answer is over the cap.
+// Whether the note must say that the answer is over the cap although nothing more can come off.
 note_end end_of_note(page_fit& fit, const left_out& items) {
   if (fits(fit.size)) return note_end::ask;
   fit.outcome = fit_outcome::over_cap;
@@ -291,7 +247,10 @@ page_fit fit_page_context(const module_state& state, handle result, grounding_pa
   fit.chosen = choose_facts(state, parts, facts, answer, how);
   fit.code = most_code(answer, symbols, how);
   fit.outcome = fit_outcome::rebuilt;
-  const left_out items(prior, facts, fit.chosen.facts, symbols.count());
+  left_out items(prior, symbols.count());
+  for (std::size_t i = 0; i < facts.count(); ++i) {
+    if (!stays(fit.chosen.facts[i].verdict)) items.add(facts.block(i));
+  }
   shrink_for_note(fit, items, answer, symbols);
   const note_end end = end_of_note(fit, items);
   fit.note.text = items.note(fit.code.amount, end);

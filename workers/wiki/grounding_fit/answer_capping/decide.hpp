@@ -9,34 +9,36 @@
 
 namespace grounding_fit {
 
-// Whether a bound may decide before a text is scanned, or all is measured, as a report needs it.
-// Both decide the same.
+// Whether a lower bound may decide before a text is scanned, or every size is exact, as a report
+// needs it. The decisions are the same.
 enum class measuring { as_needed, all };
 
 // ---- which facts stay ---------------------------------------------------------------------------
 
 // Why a fact block stays or goes.
-enum class verdict : std::uint8_t {
+enum class fact_verdict : std::uint8_t {
   undecided,
   always_kept,  // stays: the file cards or the requested context
   kept_first,   // stays: the policy of the page keeps its kind first
-  fits,         // stays: within the share of its kind, and beside the room kept for code
+  fits,         // stays: within the share of its kind, and beside the room reserved for code
   over_share,   // goes: the blocks of its kind would cost more than their share of the room
-  over_cap      // goes: beside the room kept for code, the answer would pass its cap
+  over_cap      // goes: beside the room reserved for code, the answer would pass its cap
 };
-constexpr bool stays(verdict of) {
-  return of == verdict::always_kept || of == verdict::kept_first || of == verdict::fits;
+constexpr bool stays(fact_verdict what) {
+  using enum fact_verdict;
+  return what == always_kept || what == kept_first || what == fits;
 }
 
 // What became of one fact block, and the numbers that decided it.
 struct fact_decision {
-  verdict outcome = verdict::undecided;
-  std::optional<double> limit;  // the most that its kind may cost, where there is a limit
-  std::int64_t used = 0;        // of that, by blocks before it
+  fact_verdict verdict = fact_verdict::undecided;
+  std::optional<double> share;  // the most that its kind may cost, where there is a limit
+  std::int64_t share_used = 0;  // of that, by blocks before it
   std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
 };
 
-// The room of an answer, and what of it is kept for code.
+// The room of an answer, and what of it is reserved for code. A floor may be of any size: a host
+// may give any fraction.
 struct answer_room {
   __int128 base = 0;        // the answer with the blocks that always stay, and no code body
   __int128 room = 0;        // what the cap leaves beside it
@@ -57,10 +59,10 @@ enum class bodies { none, within_tokens };
 // to _fit_prose. A size above its limit may be a lower bound.
 class candidate {
  public:
-  // With these facts and no others.
+  // The size with these facts and no others, and the symbols' lines or bodies beside them.
   virtual std::int64_t size_of(std::span<const std::size_t> facts, bodies show,
                                size_limit limit) = 0;
-  // With the facts kept so far, one more, and no body.
+  // The size with the facts kept so far, one more, and no body.
   virtual std::int64_t size_with(std::size_t fact, size_limit limit) = 0;
   virtual void keep(std::size_t fact) = 0;
 
@@ -76,9 +78,9 @@ fact_choice choose_facts(const py::module_state& state, grounding_parts parts, p
 
 enum class fit_outcome {
   fits,                // the host's answer goes back as it is
-  fits_without_prior,  // it fits once the prior markdown is cut
+  fits_without_prior,  // it fits once the prior markdown is null
   rebuilt,             // its grounding is rebuilt from whole blocks
-  over_cap             // what must stay is over the cap by itself
+  over_cap             // rebuilt, and over the cap with nothing left to take off
 };
 
 // What kept the next symbol from having its body.
@@ -108,7 +110,7 @@ struct fact_details {
   std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
 };
 
-// Decisions stand in the order in which they are made; those after the outcome's are empty.
+// What an answer of that outcome does not come to stays empty.
 struct page_fit {
   py::owned answer;
   fit_outcome outcome = fit_outcome::fits;
@@ -134,7 +136,8 @@ py::owned report_of(const page_fit& fit);
 std::vector<fact_details> details_of(page_facts& facts,
                                      const std::vector<fact_decision>& decisions);
 
-// The largest count up to `high` for which `fits` holds, which must be monotone. 0 is never tested.
+// The largest count up to `high` for which `fits` holds, by bisection: `fits` should turn false
+// once and stay so. 0 is taken to fit, and never tested; `high` below it gives 0.
 template <class Fits>
 std::int64_t most(std::int64_t high, Fits&& fits) {
   std::int64_t low = 0;

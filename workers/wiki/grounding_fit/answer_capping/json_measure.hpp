@@ -12,8 +12,8 @@ namespace grounding_fit {
 
 inline constexpr std::int64_t k_answer_max_chars = 40000;  // the cap of an answer
 
-// How closely a size is taken: to the character, or as a lower bound for which no text and no digit
-// is read, since a text takes at least its own length. Both refuse the same values.
+// An exact size, or a lower bound that reads no text and no digits, since a text takes at least its
+// own length. Both refuse the same values.
 enum class precision { exact, bound };
 
 // Of a text as a JSON string.
@@ -33,8 +33,8 @@ inline std::int64_t member_size(text_view key, std::int64_t value) {
   return json_string_size(key) + 2 + value;
 }
 
-// How far a size need be known: one that is at most the limit is exact, for one above it any bound
-// will do that is above it as well. So a size can say no before a text is read.
+// A size at or below the limit is exact. Above it, any lower bound that is also above the limit
+// will do, so that a size can say no before a text is read.
 using size_limit = __int128;
 constexpr size_limit k_no_limit = size_limit(1) << 126;
 template <class Size>

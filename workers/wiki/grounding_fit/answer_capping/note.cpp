@@ -40,6 +40,19 @@ void describe_note(Out&& out, std::span<const note_item> named, std::size_t item
   if (end == note_end::ask_and_say_over) out(k_over);
 }
 
+std::int64_t cap_note_size(std::span<const note_item> named, std::size_t items, note_end end) {
+  struct {
+    std::int64_t size = 0;
+    void operator()(const json_literal& text) { size += text.size(); }
+    void operator()(const note_item& item) { size += item.size; }
+    void operator()(std::int64_t number) {
+      size += static_cast<std::int64_t>(std::to_string(number).size());
+    }
+  } out;
+  describe_note(out, named, items, end);
+  return out.size;
+}
+
 }  // namespace
 
 owned cap_note(std::span<const note_item> named, std::size_t items, note_end end) {
@@ -52,19 +65,6 @@ owned cap_note(std::span<const note_item> named, std::size_t items, note_end end
   out.note.reserve(static_cast<std::size_t>(cap_note_size(named, items, end)));
   describe_note(out, named, items, end);
   return out.note.text();
-}
-
-std::int64_t cap_note_size(std::span<const note_item> named, std::size_t items, note_end end) {
-  struct {
-    std::int64_t size = 0;
-    void operator()(const json_literal& text) { size += text.size(); }
-    void operator()(const note_item& item) { size += item.size; }
-    void operator()(std::int64_t number) {
-      size += static_cast<std::int64_t>(std::to_string(number).size());
-    }
-  } out;
-  describe_note(out, named, items, end);
-  return out.size;
 }
 
 owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
@@ -83,14 +83,51 @@ owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total) {
   return item.text();
 }
 
-owned prior_item(std::size_t characters, owned page_id) {
+owned prior_item(std::size_t code_points, owned page_id) {
   text_builder item;
   item.add("prior_markdown (");
-  item.add_number(static_cast<std::int64_t>(characters));
+  item.add_number(static_cast<std::int64_t>(code_points));
   item.add(" characters; read the page with wiki(action=\"read\", page_id=\"");
   item.add_value(page_id);
   item.add("\") before you edit it)");
   return item.text();
+}
+
+left_out::left_out(const owned& prior, std::size_t symbols) : symbols_(symbols) {
+  if (prior) prior_.emplace(py::view_of(prior));
+  labels_.reserve(k_note_items);
+  named_facts_.reserve(k_note_items);
+}
+
+void left_out::add(fact_block block) {
+  if (++facts_ > k_note_items) return;
+  labels_.push_back(block.label());
+  named_facts_.emplace_back(py::view_of(labels_.back()));
+}
+
+template <class Made>
+Made left_out::with_items(code_amount code,
+                          Made (*make)(std::span<const note_item>, std::size_t, note_end),
+                          note_end end) const {
+  const owned cut =
+      code_cut(static_cast<std::int64_t>(code.bodies), static_cast<std::int64_t>(code.listed),
+               static_cast<std::int64_t>(symbols_));
+  std::vector<note_item> named;
+  named.reserve(k_note_items);
+  if (prior_) named.push_back(*prior_);
+  if (cut) named.emplace_back(py::view_of(cut));
+  const std::size_t items = named.size() + facts_;
+  const std::size_t room = std::min(k_note_items - named.size(), named_facts_.size());
+  named.insert(named.end(), named_facts_.begin(), named_facts_.begin() + room);
+  return make(named, items, end);
+}
+
+owned left_out::note(code_amount code, note_end end) const {
+  return with_items(code, cap_note, end);
+}
+
+std::int64_t left_out::note_size(code_amount code, note_end end) const {
+  return with_items(code, cap_note_size, end);
 }
 
 }  // namespace grounding_fit

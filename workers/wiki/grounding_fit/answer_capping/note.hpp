@@ -1,9 +1,11 @@
 // The `truncated` note: what was left out, by name as far as it has room, the rest by number.
 #pragma once
 
+#include <optional>
 #include <span>
+#include <vector>
 
-#include "python/handle.hpp"
+#include "answer_capping/answer_parts.hpp"
 #include "text/escape_growth.hpp"
 
 namespace grounding_fit {
@@ -14,7 +16,7 @@ inline constexpr std::size_t k_placeholder_chars = 600;  // stand in for the not
 enum class note_end {
   plain,            // after the items
   ask,              // asks the agent to fetch what it needs
-  ask_and_say_over  // and says that what must stay is over the cap by itself
+  ask_and_say_over  // and says that the answer is over the cap nevertheless
 };
 
 // The name of something left out, and what it takes inside a JSON string.
@@ -27,13 +29,36 @@ struct note_item {
 
 // `named` are the first of so many `items`, at most k_note_items of them.
 py::owned cap_note(std::span<const note_item> named, std::size_t items, note_end end);
-// What that note takes inside a JSON string; nothing is built.
-std::int64_t cap_note_size(std::span<const note_item> named, std::size_t items, note_end end);
 
 // The item that counts the symbol blocks left without their body; empty when none is.
 py::owned code_cut(std::int64_t kept, std::int64_t listed, std::int64_t total);
 
-// The item that says how to read the prior markdown.
-py::owned prior_item(std::size_t characters, py::owned page_id);
+// The item that says how to read the prior markdown, of so many code points.
+py::owned prior_item(std::size_t code_points, py::owned page_id);
+
+// What an answer leaves out: its prior markdown, the bodies of some of its `symbols` blocks, and
+// some fact blocks. Only the item of the code changes with the code that is shown, so the others
+// are sized once.
+class left_out {
+ public:
+  // `prior` is empty where the answer had none.
+  left_out(const py::owned& prior, std::size_t symbols);
+  void add(fact_block block);
+
+  py::owned note(code_amount code, note_end end) const;
+  // What that note takes inside a JSON string; nothing is built.
+  std::int64_t note_size(code_amount code, note_end end) const;
+
+ private:
+  template <class Made>
+  Made with_items(code_amount code, Made (*make)(std::span<const note_item>, std::size_t, note_end),
+                  note_end end) const;
+
+  std::size_t symbols_;
+  std::size_t facts_ = 0;
+  std::optional<note_item> prior_;
+  std::vector<py::owned> labels_;
+  std::vector<note_item> named_facts_;
+};
 
 }  // namespace grounding_fit

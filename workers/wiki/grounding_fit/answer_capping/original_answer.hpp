@@ -54,14 +54,14 @@ class original_answer {
   bool has_note_ = false, prior_seen_ = false;
 };
 
-// The members of a new answer, in their order. The prior markdown is cut to null; the note takes
-// the place of an older one, else the last one. The original answer outlives it.
+// The members of a new answer, in their order. The prior markdown becomes null; the note replaces
+// an older one, or comes last. The original answer outlives it.
 class new_answer {
  public:
   enum class fitted_fields { carried_over, rebuilt };
   new_answer(const py::module_state& state, const original_answer& original, fitted_fields how);
 
-  // With the sizes known when it was made, no character of a note, and nothing in rebuilt fields.
+  // With an empty note and empty rebuilt fields, of the sizes known when it was made.
   std::int64_t size() const { return sizes_.bracketed(); }
   // `fitted` are the rebuilt fields, where there are any.
   py::owned build(py::handle note, std::span<const py::owned> fitted = {}) const;

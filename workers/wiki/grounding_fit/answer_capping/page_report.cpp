@@ -20,12 +20,12 @@ std::string_view name_of(fit_outcome outcome) {
   }
 }
 
-std::string_view name_of(verdict outcome) {
-  switch (outcome) {
-    case verdict::always_kept: return "always kept";
-    case verdict::kept_first: return "kept first";
-    case verdict::fits: return "fits";
-    case verdict::over_share: return "over its share";
+std::string_view name_of(fact_verdict verdict) {
+  switch (verdict) {
+    case fact_verdict::always_kept: return "always kept";
+    case fact_verdict::kept_first: return "kept first";
+    case fact_verdict::fits: return "fits";
+    case fact_verdict::over_share: return "over its share";
     default: return "over the cap";
   }
 }
@@ -40,10 +40,10 @@ owned short_of_share(__int128 sum, double share) {
 }
 
 owned short_by(const fact_decision& fact, const fact_cost& cost, const answer_room& room) {
-  switch (fact.outcome) {
-    case verdict::over_share:
-      return short_of_share(__int128(fact.used) + cost.total(), *fact.limit);
-    case verdict::over_cap:
+  switch (fact.verdict) {
+    case fact_verdict::over_share:
+      return short_of_share(__int128(fact.share_used) + cost.total(), *fact.share);
+    case fact_verdict::over_cap:
       return py::new_wide_integer(fact.tried + room.reserve - k_answer_max_chars);
     default: return py::new_integer(0);
   }
@@ -53,15 +53,15 @@ owned fact_report(const fact_decision& fact, const fact_details& details, const 
   object_builder report;
   report.add("label", py::new_ref(details.label))
       .add("key", py::new_ref(details.key))
-      .add("verdict", name_of(fact.outcome))
-      .add("kept", stays(fact.outcome))
+      .add("verdict", name_of(fact.verdict))
+      .add("kept", stays(fact.verdict))
       .add("text", details.cost.text)
       .add("seeds", details.cost.seeds)
       .add("citable_seeds",
            details.citable_seeds ? py::new_integer(*details.citable_seeds) : py::null());
-  if (fact.limit) {
-    report.add("share", std::isfinite(*fact.limit) ? py::new_real(*fact.limit) : py::null())
-        .add("share_used", fact.used);
+  if (fact.share) {
+    report.add("share", std::isfinite(*fact.share) ? py::new_real(*fact.share) : py::null())
+        .add("share_used", fact.share_used);
   }
   return report.add("short_by", short_by(fact, details.cost, room)).build();
 }
@@ -106,7 +106,7 @@ std::vector<fact_details> details_of(page_facts& facts,
     tally with = shown;
     with += facts.as_part(i, precision::exact).sizes.seeds;
     details[i].citable_seeds = with.bracketed() - shown.bracketed();
-    if (stays(decisions[i].outcome)) shown = with;
+    if (stays(decisions[i].verdict)) shown = with;
   }
   return details;
 }

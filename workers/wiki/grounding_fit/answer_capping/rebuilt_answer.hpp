@@ -22,7 +22,7 @@ class rebuilt_answer final : public candidate {
   // With the facts kept, and a note of that many characters, as JSON.
   std::int64_t size(code_amount code, std::int64_t note_chars, size_limit limit);
   py::owned build(code_amount code, py::handle note) {
-    std::vector<part_sizes>{{}}.swap(bodies_);  // the sums make room for the answer
+    std::vector<part_sizes>{{}}.swap(bodies_);  // the answer can have their memory
     return build_of(kept_, code, note);
   }
 
@@ -32,9 +32,10 @@ class rebuilt_answer final : public candidate {
   code_amount code_of(bodies show) const {
     return symbols_.with_lines(show == bodies::none ? 0 : symbols_.within_tokens());
   }
-  // What the code adds.
+  // What the bodies and lines of some code add, which is read from the host when it is new.
   part_sizes sizes_of(code_amount code, precision how);
-  // Of an answer with some facts and the code; `which` are the facts that the sum is of.
+  // The size of an answer with these facts and that code. `which` names the facts, for the check of
+  // sizes alone.
   std::int64_t total(part_sizes facts, code_amount code, std::int64_t note_chars, precision how,
                      positions which);
   py::owned build_of(positions facts, code_amount code, py::handle note);

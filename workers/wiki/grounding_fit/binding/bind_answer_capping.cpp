@@ -128,7 +128,7 @@ Raises ValueError when the code_floor's product with the room is not finite.)",
 
       std::vector<owned> labels;
       for (std::size_t i = 0; i < prose.size(); ++i) {
-        if (!stays(chosen.facts[i].outcome)) labels.push_back(prose[i].label());
+        if (!stays(chosen.facts[i].verdict)) labels.push_back(prose[i].label());
       }
       return py::tuple_of(answer.kept(), py::new_list(std::move(labels)));
     }};

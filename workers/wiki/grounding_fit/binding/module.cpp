@@ -20,7 +20,7 @@ using py::utility;
 constexpr char k_module_doc[] = R"(Fit the grounding of a wiki page to what its writer can be given.
 
 A page's grounding is its fact blocks, each with citation seeds, and its rendered code symbols,
-best first (GroundingParts). There is never room for all of it. Two paths decide what stays:
+best first (GroundingParts). There is seldom room for all of it. Two paths decide what stays:
 
 - API path, in tokens: _assemble_grounding(parts, budget) keeps whole symbol blocks, lists the
   next ones by a line each, and cuts the fact text to what is left of the token budget.

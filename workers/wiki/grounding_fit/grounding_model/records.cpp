@@ -110,7 +110,8 @@ constexpr py::field k_grounding_parts_fields[] = {
     {"files", check_text_set, nullptr,
      "Paths of the files behind the fact blocks (set or frozenset)."},
     {"code_floor", check_number, default_floor,
-     "The fraction of a capped answer's room that code can count on (float or int)."},
+     "The fraction of a capped answer's room held free for code while facts are chosen (float or "
+     "int)."},
     {"budget", check_policy, shared_policy, "The policy of the page's type (SectionBudget)."}};
 
 constexpr py::field k_section_budget_fields[] = {

@@ -1,4 +1,4 @@
-// The three records that a host hands over, and typed looks at what they hold.
+// The three records that a host hands over, and typed access to what they hold.
 #pragma once
 
 #include "python/container.hpp"
@@ -12,13 +12,13 @@ extern const py::record_shape k_fact_block;
 extern const py::record_shape k_grounding_parts;
 extern const py::record_shape k_section_budget;
 
-// The fraction of the room, or of a token budget, that code can count on by default.
+// The fraction that is code's by default: of a token budget, and of a capped answer's room.
 inline constexpr double k_code_floor = 0.35;
 
 // Makes the three types and puts them into the module and its state.
 void add_record_types(py::module_state& state, py::handle module);
 
-// The typed looks are borrowed: whoever takes one keeps the record alive.
+// Each of these borrows its record, which whoever makes one keeps alive.
 
 struct fact_block {
   py::handle record;

@@ -52,7 +52,7 @@ class symbol_records {
   record_place place_;  // of the first
 };
 
-// The host's normalised paths: asked for as often as the rules say, or once for each text.
+// The host's normalised paths: asked for every time, or once for each text.
 class path_names {
  public:
   enum class asking { every_time, once_per_text };
@@ -64,7 +64,7 @@ class path_names {
   }
 
  private:
-  py::owned asked_once(py::owned path);  // the name that the host gave for this text before
+  py::owned asked_once(py::owned path);  // asks the host for a new text, and remembers the result
 
   const py::module_state& state_;
   py::owned known_;

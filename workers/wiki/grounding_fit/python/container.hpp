@@ -11,8 +11,8 @@ namespace grounding_fit::py {
 
 // ---- lists and tuples ---------------------------------------------------------------------------
 
-// What a look into a list gives: borrowed, but a strong reference where another thread could take
-// the item out of the list at any time.
+// A borrowed reference to an item of a list, but a strong one where another thread could take the
+// item out of the list at any time.
 using item_ref = std::conditional_t<version::k_free_threaded, owned, handle>;
 inline item_ref item_ref_to(handle borrowed) noexcept {
   if constexpr (version::k_free_threaded) Py_INCREF(borrowed.get());
@@ -67,7 +67,7 @@ inline handle dict_of(handle value) noexcept {
   return PyDict_CheckExact(value.get()) ? value : unusual_dict_of(value);
 }
 
-// A borrowed look at a dict; whoever makes one keeps it alive.
+// Access to a dict, which whoever makes one of these keeps alive.
 class dict {
  public:
   explicit dict(handle object) : object_(object) {}
@@ -89,12 +89,13 @@ class dict {
   handle object_;
 };
 dict expect_unusual_dict(handle value);
-// The dict that a value is or shows; TypeError when it is none.
+// The dict that a value is or shows as a view; TypeError for any other value.
 inline dict expect_dict(handle value) {
   return PyDict_CheckExact(value.get()) ? dict(value) : expect_unusual_dict(value);
 }
 
-// A borrowed look at a dict or a read-only view of any mapping; whoever makes one keeps it alive.
+// Access to a dict or to a read-only view of any mapping, which whoever makes one of these keeps
+// alive.
 class mapping {
  public:
   explicit mapping(handle value) : value_(value), dict_(dict_of(value)) {}
@@ -172,7 +173,7 @@ class iteration {
 };
 
 inline bool is_set(handle value) noexcept { return PyAnySet_Check(value.get()); }
-// Uses set's own iterator and ignores overrides.
+// By set's own iterator, so that none of a derived type runs.
 std::vector<owned> items_of_set(handle set);
 
 // A set of texts without duplicates, as Python tells them apart.

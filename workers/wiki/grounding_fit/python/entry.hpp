@@ -19,9 +19,9 @@ struct origin {
   constexpr origin(const char* words, const char* its_mark) : name(words), mark(its_mark) {}
 };
 
-// What a thread has entered of the module, by addresses on its stack.
+// How far a thread has entered the module, as addresses on its stack.
 struct entered_stack {
-  std::uintptr_t outermost;  // entry; 0 while the thread is outside of the module
+  std::uintptr_t outermost;  // address of its outermost entry; 0 while it is outside of the module
   std::size_t most;          // bytes that entries below that one may take
   std::uintptr_t end;        // of the stack; 0 while it was not asked for
 };
@@ -33,7 +33,8 @@ class entry_guard {
  public:
   entry_guard() noexcept
       : stack_(current_stack), here_(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))) {
-    // Stacks grow down: an outermost entry below this one belongs to a stack that is gone.
+    // Stacks grow down: an entry at a higher address than the outermost one is not inside of it, so
+    // there is none, or the thread runs on another stack.
     if (here_ <= stack_.outermost) return;
     if (stack_.end == 0) stack_.end = find_stack_end();
     const std::size_t left = here_ > stack_.end ? here_ - stack_.end : k_most_stack;

@@ -57,7 +57,7 @@ void bad_value::prepend_key(text_view key) {
 
 owned bad_value::message(std::string_view led_by) const {
   std::string text(led_by);
-  text += ": " + place + (place.empty() ? "" : ": ") + what;
+  text.append(": ").append(place).append(place.empty() ? "" : ": ").append(what);
   return owned::steal(
       PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace"));
 }

@@ -67,8 +67,8 @@ class place {
   std::tuple<Steps...> steps_;
 };
 
-// Where something stands: a place, or what a step is made of. The step is made on the way out
-// alone, so that the usual path carries none.
+// Accepts a place, or anything that a step can be made from, which is made only when an error
+// passes.
 template <class Where>
 void prepend_to(bad_value& error, const Where& here) {
   if constexpr (requires { here.prepend_to(error); }) {
@@ -78,7 +78,7 @@ void prepend_to(bad_value& error, const Where& here) {
   }
 }
 
-// Adds to an error that passes where it comes from.
+// Prepends a place to any bad_value that `body` throws.
 template <class Where, class Body>
 decltype(auto) within(const Where& here, Body&& body) {
   try {

@@ -78,7 +78,7 @@ void integer::expect_writable() const {
   if (big()) length();
 }
 
-owned integer::object_builder() const { return new_integer(small_); }
+owned integer::new_object() const { return new_integer(small_); }
 
 std::size_t integer_length(handle value) {
   if (const auto small = small_integer(value)) return decimal_length(*small);

@@ -9,8 +9,8 @@
 
 namespace grounding_fit::py {
 
-// One that fits 64 bits, as nearly all do, is computed with as such; the caller's own object, where
-// there is one, is kept for object().
+// Compared as 64 bits wherever it fits them, as nearly all do; the caller's own object, where there
+// is one, is kept for object().
 class integer {
  public:
   integer(std::int64_t value = 0) : small_(value) {}
@@ -31,18 +31,18 @@ class integer {
     return small_ > other.small_;
   }
   std::size_t length() const;  // of its decimal digits and sign
-  owned object() const { return object_ ? new_ref(object_) : object_builder(); }
+  owned object() const { return object_ ? new_ref(object_) : new_object(); }
   void expect_writable() const;  // ValueError beyond Python's digit limit
   std::optional<std::int64_t> small() const { return big() ? std::nullopt : std::optional(small_); }
 
  private:
-  owned object_builder() const;
+  owned new_object() const;
   static integer of_large(handle integer_or_boolean);
   using limits = std::numeric_limits<std::int64_t>;
   bool big() const { return small_ == limits::min() || small_ == limits::max(); }
   bool is_greater(const integer& other) const;  // of two big ones on the same side
 
-  std::int64_t small_;  // the least or the greatest stands for it and for all beyond
+  std::int64_t small_;  // the least and the greatest also stand for all beyond them
   owned object_;        // a big one has it
 };
 

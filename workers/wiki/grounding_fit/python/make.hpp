@@ -24,7 +24,7 @@ owned new_dict();
 inline void set_item(handle dict, handle key, handle value) {
   if (PyDict_SetItem(dict.get(), key.get(), value.get()) < 0) throw python_error_set{};
 }
-owned read_only_view(handle dict);  // which a caller can get at the dict through, all the same
+owned read_only_view(handle dict);  // a caller can still reach the dict through it
 inline owned null() noexcept { return new_ref(Py_None); }
 
 owned new_boolean(bool value);

@@ -8,8 +8,8 @@
 
 #include <unwind.h>
 
-// The linker turns every mention of __gxx_personality_v0 into the first of these two names, and the
-// second one into the routine itself.
+// The linker sends every use of __gxx_personality_v0 to the second of these, and the first one is
+// the routine itself.
 extern "C" _Unwind_Reason_Code __real___gxx_personality_v0(int version, _Unwind_Action actions,
                                                            _Unwind_Exception_Class thrown_by,
                                                            _Unwind_Exception* thrown,

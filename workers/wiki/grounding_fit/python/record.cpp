@@ -262,7 +262,7 @@ void expect_record(const module_state& state, const record_shape& shape, handle 
     const owned home = home_of(Py_TYPE(value.get()));
     if (home) refuse_name(fault::type, what, expect_text(home));
   }
-  refuse(fault::type, std::string("a ") + shape.name() + " of this module", value);
+  refuse(fault::type, std::string("a ") + shape.name() + " of this module", held);
 }
 
 void add_record_type(module_state& state, handle module, const record_shape& shape,

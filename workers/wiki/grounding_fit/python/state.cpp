@@ -8,7 +8,7 @@ void module_state::keep_keys() {
   for (std::size_t i = 0; i < k_key_texts.size(); ++i) {
     keep(static_cast<key>(i), owned::steal(PyUnicode_InternFromString(k_key_texts[i].data())));
   }
-  // One factor in a few tells so few keys apart.
+  // Some thirty factors are tried before one gives each key a slot of its own.
   constexpr std::uint64_t odd = 0x9e3779b97f4a7c15;
   for (slot_factor_ = odd; !give_slots(); slot_factor_ += 2 * odd) {
   }

@@ -1,5 +1,5 @@
-// Reading Python's plain values, each as its plain type whatever type derived from it it has, so
-// that reading one runs no code of the host's.
+// Readers for Python's built-in values. A value of a derived type is read as its built-in base, so
+// that none of its own methods runs. *Plain* is a value of a built-in type itself.
 #pragma once
 
 #include "python/error.hpp"

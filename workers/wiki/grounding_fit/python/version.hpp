@@ -15,7 +15,7 @@
 
 namespace grounding_fit::py::version {
 
-// Without Python's lock another thread may change a list or dict between any two steps.
+// Without Python's lock, another thread may change a list or dict between any two steps.
 #ifdef Py_GIL_DISABLED
 inline constexpr bool k_free_threaded = true;
 #else
@@ -67,8 +67,8 @@ inline PyObject* tuple_item(PyObject* tuple, Py_ssize_t i) {
   return item;
 }
 
-// The items of a list or tuple that had two of them, referred to in the same way; false when it has
-// not any more.
+// The two items of a list or tuple of two, referenced in the same way; false if the list has
+// shrunk.
 inline bool two_items(PyObject* array, PyObject* (&both)[2]) {
 #ifdef Py_GIL_DISABLED
   const bool is_list = PyList_Check(array);
@@ -143,7 +143,7 @@ inline auto module_slots(int (*execute)(PyObject*)) {
   slots[count++] = {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED};
 #endif
 #if PY_VERSION_HEX >= 0x030D0000
-  // Lists and dicts are read in place, which another thread could change without the lock.
+  // What is needed to run without the lock is written, but could not be tried under load.
   slots[count++] = {Py_mod_gil, Py_MOD_GIL_USED};
 #endif
   return slots;

@@ -29,11 +29,62 @@ void add_skeleton(text_view digest, text_builder& out) {
   out.add("\n```");
 }
 
-// Writes the lines of one symbol block, each in the order in which the rules read its keys.
-class block_writer {
- public:
-  block_writer(const module_state& state, handle record)
+// Writes text forms of a symbol's values. A value is read when it is written: the text form of one
+// before it may have changed the record.
+class value_writer {
+ protected:
+  value_writer(const module_state& state, handle record)
       : state_(state), record_(py::expect_dict(record)), symbol_(state, record_) {}
+
+  void add_value(key which, handle value) {
+    symbol_.reread_after(value);
+    py::within(which, [&] { out_.add_value(value); });
+  }
+
+  // The text form of a value, `otherwise` when its key is absent.
+  void field(key which, text_view otherwise) {
+    const handle value = symbol_[which];
+    if (!value) return out_.add(otherwise);
+    add_value(which, value);
+  }
+
+  template <std::size_t Before, std::size_t After>
+  void add_line(key which, handle value, const char16_t (&before)[Before],
+                const char16_t (&after)[After]) {
+    out_.add(before);
+    add_value(which, value);
+    out_.add(after);
+  }
+
+  // The entries of an array in one line. `add` calls the function that it is given before it adds
+  // an entry; a line without entries is left out.
+  template <std::size_t Title, class Add>
+  void list(key which, const char16_t (&title)[Title], Add&& add) {
+    const owned value = py::new_ref(symbol_[which]);
+    if (py::missing(value)) return;
+    bool any = false;
+    const auto separate = [&] {
+      if (std::exchange(any, true)) return out_.add(u", ");
+      out_.add(title);
+    };
+    py::within(which, [&] {
+      py::expect_array(value);
+      for (std::size_t i = 0; const owned entry = py::new_ref(py::array_item(value, i)); ++i) {
+        py::within(i, [&] { add(entry, separate); });
+      }
+    });
+  }
+
+  const module_state& state_;
+  py::dict record_;
+  py::object_values<key::fqn, key::has_tests> symbol_;
+  text_builder out_{text_range::basic};  // for the dash
+};
+
+// Writes the lines of one symbol block, each in the order in which the rules read its keys.
+class block_writer : private value_writer {
+ public:
+  block_writer(const module_state& state, handle record) : value_writer(state, record) {}
 
   void head() {
     const owned file = file_name();
@@ -115,55 +166,11 @@ class block_writer {
         key::file, [&] { return norm(file ? py::text_form(std::move(file)) : py::empty_text()); });
   }
 
-  void add_value(key which, handle value) {
-    symbol_.reread_after(value);
-    py::within(which, [&] { out_.add_value(value); });
-  }
-
-  // The text form of a value, `otherwise` when its key is absent.
-  void field(key which, text_view otherwise) {
-    const handle value = symbol_[which];
-    if (!value) return out_.add(otherwise);
-    add_value(which, value);
-  }
-
-  template <std::size_t Before, std::size_t After>
-  void add_line(key which, handle value, const char16_t (&before)[Before],
-                const char16_t (&after)[After]) {
-    out_.add(before);
-    add_value(which, value);
-    out_.add(after);
-  }
-
-  // The entries of an array in one line. `add` calls the function that it is given before it adds
-  // an entry; a line without entries is left out.
-  template <std::size_t Title, class Add>
-  void list(key which, const char16_t (&title)[Title], Add&& add) {
-    const owned value = py::new_ref(symbol_[which]);
-    if (py::missing(value)) return;
-    bool any = false;
-    const auto separate = [&] {
-      if (std::exchange(any, true)) return out_.add(u", ");
-      out_.add(title);
-    };
-    py::within(which, [&] {
-      py::expect_array(value);
-      for (std::size_t i = 0; const owned entry = py::new_ref(py::array_item(value, i)); ++i) {
-        py::within(i, [&] { add(entry, separate); });
-      }
-    });
-  }
-
   void skeleton() {
     if (py::missing(symbol_[key::body_digest])) return;
     const owned digest = symbol_.text_form(key::body_digest);
     add_skeleton(py::view_of(digest), out_);
   }
-
-  const module_state& state_;
-  py::dict record_;
-  py::object_values<key::fqn, key::has_tests> symbol_;
-  text_builder out_{text_range::basic};  // for the dash
 };
 
 }  // namespace

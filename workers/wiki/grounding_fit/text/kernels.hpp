@@ -56,6 +56,8 @@ extern const text_kernel k_portable_kernel;  // 16-byte vectors of the compiler,
 #if defined(__x86_64__)
 extern const text_kernel k_avx2_kernel;    // 32 units a step
 extern const text_kernel k_avx512_kernel;  // 64 units a step, every weight one look-up
+#elif defined(__aarch64__)
+extern const text_kernel k_neon_kernel;  // 16 units a step; every such processor has it
 #endif
 
 }  // namespace grounding_fit

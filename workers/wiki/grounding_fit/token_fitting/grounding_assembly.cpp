@@ -28,16 +28,15 @@ struct file_name {
   friend bool operator<(const file_name& a, const file_name& b) { return a.view < b.view; }
 };
 
-// The files of the fact blocks, and those that `names` holds already, each once, in order of code
-// points.
-owned sorted_files(grounding_parts parts, py::text_set& names) {
+// The files of the fact blocks and those that are there already, each once, sorted by code points.
+owned sorted_files(grounding_parts parts, py::text_set& files) {
   for (const owned& file : py::items_of_set(parts.files())) {
     py::within("parts.files", [&] { py::expect_text(file); });
-    names.add(file);
+    files.add(file);
   }
   std::vector<file_name> order;
-  order.reserve(names.texts().size());
-  for (const owned& text : names.texts()) order.push_back({py::view_of(text), text});
+  order.reserve(files.texts().size());
+  for (const owned& text : files.texts()) order.push_back({py::view_of(text), text});
   std::sort(order.begin(), order.end());
   std::vector<owned> sorted;
   sorted.reserve(order.size());
@@ -56,9 +55,9 @@ owned symbol_names(const module_state& state, const symbol_records& records) {
   return py::new_list(std::move(names));
 }
 
-// What every candidate names, kept or not: seeds, files and names, in the order of the rules.
-void add_candidates(const module_state& state, grounding_parts parts, const fact_blocks& prose,
-                    const symbol_records& records, assembled_grounding& made) {
+// What every symbol names, shown or not: seeds, files and names, in the order of the rules.
+void add_what_all_name(const module_state& state, grounding_parts parts, const fact_blocks& prose,
+                       const symbol_records& records, assembled_grounding& made) {
   std::vector<owned> found;
   found.reserve(records.size());
   py::text_set files;
@@ -102,7 +101,7 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   made.split = split_tokens(state, facts, budget);
   const std::vector<symbol_block> blocks = symbol_blocks_of(parts);
   made.bodies = keep_whole(state, blocks, made.split.code);
-  made.candidates = blocks.size();
+  made.symbol_count = blocks.size();
   made.listed = listing_window(blocks.size(), made.bodies.count);
   const owned listing = make_listing(state, symbol_records(blocks, made.bodies.count), made.listed);
 
@@ -122,7 +121,7 @@ assembled_grounding assemble_grounding(const module_state& state, grounding_part
   for (std::size_t i = 0; i < made.bodies.count; ++i) add(blocks[i].text);
   add(listing);
   made.text = grounding.text();
-  add_candidates(state, parts, prose, symbol_records(blocks), made);
+  add_what_all_name(state, parts, prose, symbol_records(blocks), made);
   return made;
 }
 

@@ -11,7 +11,7 @@ std::int64_t estimate_tokens(const py::module_state& state, py::handle text);
 
 // How a token budget is split between code and facts.
 struct token_split {
-  std::int64_t floor = 0;  // that code is sure of
+  std::int64_t floor = 0;  // that the code gets at the least
   std::int64_t facts = 0;  // that the whole fact text takes, before it is cut
   __int128 code = 0;       // the floor, or what the facts leave when that is more
 };
@@ -24,8 +24,8 @@ struct whole_blocks {
   std::int64_t next = 0;  // what the block after them costs, where there is one
 };
 
-// The first block always stays. Asks the host for the tokens of each block up to the first that
-// does not fit. `text_of(i)` is a string.
+// The first block is always among them. Asks the host for the tokens of each block up to the first
+// that does not fit. `text_of(i)` is a string.
 template <class TextOf>
 whole_blocks keep_whole(const py::module_state& state, std::size_t blocks, __int128 budget,
                         TextOf&& text_of) {
@@ -45,12 +45,13 @@ inline std::size_t listing_window(std::size_t symbols, std::size_t bodies) {
   return std::min(k_listed_max, symbols - bodies);
 }
 
-// A grounding under its budget: what every candidate names, and the decisions that made the text.
+// A grounding under its budget: what every symbol names, shown or not, and the decisions that made
+// the text.
 struct assembled_grounding {
   py::owned text, symbols, files, seeds;
 
-  py::owned facts;             // the fact text as it was cut
-  std::size_t candidates = 0;  // symbol blocks in all
+  py::owned facts;               // the fact text as it was cut
+  std::size_t symbol_count = 0;  // shown or not
   token_split split;
   whole_blocks bodies;
   std::size_t listed = 0;

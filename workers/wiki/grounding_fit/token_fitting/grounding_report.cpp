@@ -9,8 +9,8 @@ namespace {
 
 owned code_report(const assembled_grounding& made) {
   const std::size_t bodies = made.bodies.count;
-  object_builder report = symbols_report(made.candidates, bodies, bodies, made.listed);
-  if (bodies == made.candidates) {
+  object_builder report = symbols_report(made.symbol_count, bodies, bodies, made.listed);
+  if (bodies == made.symbol_count) {
     report.add("stopped_by", "nothing");
   } else {
     add_token_stop(report, made.split, made.bodies);
