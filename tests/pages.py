@@ -63,11 +63,12 @@ class Array(list):
 
 
 class Source:
-    """One seed's worth of values. `junk` is the chance that a value is not what it should be;
-    a smaller `scale` makes smaller pages of the same seed."""
+    """One seed's worth of values; a source of random numbers will do as one. `junk` is the chance
+    that a value is not what it should be; a smaller `scale` makes smaller pages of the same seed.
+    """
 
     def __init__(self, seed, junk=0.0, scale=1.0):
-        self.r = random.Random(seed)
+        self.r = seed if isinstance(seed, random.Random) else random.Random(seed)
         self.junk = junk
         self.scale = scale
         self.full = self.r.random() < 0.1  # a long note over an answer full of blocks

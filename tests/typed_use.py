@@ -13,8 +13,8 @@ if TYPE_CHECKING:
     from grounding_fit import _CitationSeed, _PageContext, _SymbolRecord
 else:
 
-    class _SymbolRecord(TypedDict, total=False):
-        """At run time the stub is not there."""
+    class _SymbolRecord(TypedDict):
+        """Stands for the stub's type, which the module does not have."""
 
 
 SYMBOL: _SymbolRecord = {
