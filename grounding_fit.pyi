@@ -119,8 +119,8 @@ class _SymbolRecord(TypedDict, total=False):
     related: _Array[_Related] | None
     has_tests: bool | None
 
-# A host's own TypedDict is taken with whatever keys it has beside this one. A type that asked for
-# more of them would refuse one that lacks any, so what they hold is not checked.
+# A host's own TypedDict is accepted with whatever keys it has beside this one. A type with more keys
+# would refuse a TypedDict that lacks any of them, so what they hold is not checked.
 class _Named(TypedDict):
     fqn: str
 
@@ -130,8 +130,8 @@ class _MaybeNamed(TypedDict, total=False):
 class _PageContext(TypedDict, total=False):
     """The fields of an answer that are read or written.
 
-    A host's own TypedDict is taken as well, with those of the fields that it has. At run time it
-    is a class of the host's: this one cannot be derived from there.
+    A host's own TypedDict is accepted too, with any of these fields. This class is there for type
+    checkers alone, so nothing can derive from it at run time.
     """
 
     page_id: str | int

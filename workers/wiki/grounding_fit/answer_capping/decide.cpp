@@ -117,7 +117,7 @@ answer_room room_of(grounding_parts parts, const std::vector<fact_decision>& fac
 // ---- 5. The facts, in reading order -------------------------------------------------------------
 
 // Decides one block, given what is decided before it. The cap is not asked of a block that is over
-// its share: asking reads the block's seeds.
+// its share: asking reads which of the block's seeds can be cited.
 fact_verdict decide_fact(fact_decision& now, page_facts& facts, std::size_t at,
                          const answer_room& room, candidate& answer, measuring how) {
   if (stays(now.verdict)) return now.verdict;
@@ -192,8 +192,9 @@ code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, mea
 
 // ---- 7. The real note ---------------------------------------------------------------------------
 
-// Where the real note is longer than its placeholder, what is lowest ranked comes off until it
-// fits: bodies first, each of which then heads the listing, and then lines.
+// Where the answer with its real note passes the cap, as a note longer than its placeholder can
+// make it, the lowest ranked comes off until the answer fits: bodies, each of which then heads the
+// listing, and then lines.
 void shrink_for_note(page_fit& fit, const left_out& items, rebuilt_answer& answer,
                      const page_symbols& symbols) {
   code_amount& amount = fit.code.amount;

@@ -110,15 +110,15 @@ struct fact_details {
   std::optional<std::int64_t> citable_seeds;  // that it adds to the answer; none if unreadable
 };
 
-// What an answer of that outcome does not come to stays empty.
+// Fields of steps that this outcome never reaches stay empty.
 struct page_fit {
   py::owned answer;
   fit_outcome outcome = fit_outcome::fits;
   std::int64_t original_size = 0, size = 0;  // of the host's answer and of this one
   note_decision note;
 
-  token_split tokens;          // of the bodies, by the token budget
-  whole_blocks within_tokens;  // that it keeps
+  token_split tokens;          // of the budget, between code and facts
+  whole_blocks within_tokens;  // the bodies that the code's tokens hold
   std::size_t symbols = 0;     // in all
   fact_choice chosen;
   std::vector<fact_details> details;  // one a fact block, where all is measured

@@ -1,4 +1,4 @@
-// The `truncated` note: what was left out, by name as far as it has room, the rest by number.
+// The `truncated` note: what was left out, six items by name, the rest by number.
 #pragma once
 
 #include <optional>
@@ -46,7 +46,7 @@ class left_out {
   void add(fact_block block);
 
   py::owned note(code_amount code, note_end end) const;
-  // What that note takes inside a JSON string; nothing is built.
+  // What that note takes inside a JSON string; the note itself is not built.
   std::int64_t note_size(code_amount code, note_end end) const;
 
  private:

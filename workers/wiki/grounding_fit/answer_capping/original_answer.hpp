@@ -61,7 +61,8 @@ class new_answer {
   enum class fitted_fields { carried_over, rebuilt };
   new_answer(const py::module_state& state, const original_answer& original, fitted_fields how);
 
-  // With an empty note and empty rebuilt fields, of the sizes known when it was made.
+  // With an empty note and without the values of the rebuilt fields, from the members' sizes when
+  // it was made.
   std::int64_t size() const { return sizes_.bracketed(); }
   // `fitted` are the rebuilt fields, where there are any.
   py::owned build(py::handle note, std::span<const py::owned> fitted = {}) const;

@@ -12,7 +12,8 @@ namespace grounding_fit::py {
 // Most parameters that a function or a record's constructor has.
 inline constexpr std::size_t k_most_parameters = 5;
 
-// Refuses, with a TypeError, too many, too few, one given twice and an unknown one.
+// The arguments of a call by position. Making it throws a TypeError for too many or too few of
+// them, one that is given twice, and an unknown name.
 class arguments {
  public:
   // `args` are the positional arguments and then the values of `keywords`, a tuple or null.

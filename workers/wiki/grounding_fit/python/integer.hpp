@@ -9,11 +9,11 @@
 
 namespace grounding_fit::py {
 
-// Compared as 64 bits wherever it fits them, as nearly all do; the caller's own object, where there
-// is one, is kept for object().
+// Two are compared as 64 bits unless both lie at the same end of them, or beyond. object() gives
+// the plain integer back that one was read from.
 class integer {
  public:
-  integer(std::int64_t value = 0) : small_(value) {}
+  integer(std::int64_t value = 0) : small_(value) {}  // neither end of 64 bits
   static integer of(owned integer_or_boolean) {
     std::int64_t value = 0;
     if (!version::small_integer(integer_or_boolean.get(), value)) {

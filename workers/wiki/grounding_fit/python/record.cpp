@@ -20,7 +20,7 @@ std::span<PyObject*> fields_of(handle record) noexcept {
           (bytes - sizeof(PyObject)) / sizeof(PyObject*)};
 }
 
-// "FactBlock"
+// The type's name without its module, as "FactBlock".
 const char* name_of(handle record) noexcept {
   const std::string_view full_name = Py_TYPE(record.get())->tp_name;
   return full_name.substr(full_name.rfind('.') + 1).data();

@@ -55,7 +55,7 @@ class text_builder {
   py::owned text() const { return py::new_text(view()); }
 
  private:
-  // Bytes: most texts that are built fit in them, and ask for no memory.
+  // Bytes inside of the object: most texts fit, and need no memory of their own before text().
   static constexpr std::size_t k_first_room = 4096;
 
   // Adds what most pieces are, units of one byte to a text of two bytes, where that has room.

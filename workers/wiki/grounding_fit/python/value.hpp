@@ -24,7 +24,7 @@ inline kind kind_of(handle h) noexcept {
 
 inline bool is_plain_integer(handle value) noexcept { return PyLong_CheckExact(value.get()); }
 inline bool is_plain_text(handle value) noexcept { return PyUnicode_CheckExact(value.get()); }
-// Whether it is the one plain text of its characters that Python shares, as keys in code are.
+// Whether Python has interned it, as it does keys written in code: one object for all equal texts.
 inline bool is_interned(handle value) noexcept {
   return is_plain_text(value) && PyUnicode_CHECK_INTERNED(value.get()) != 0;
 }

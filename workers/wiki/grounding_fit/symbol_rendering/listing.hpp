@@ -20,10 +20,10 @@ class listed_line {
   // Calls the host's _norm once, last.
   listed_line(const py::module_state& state, py::handle record, path_names& norm);
 
-  // The line by itself.
+  // Adds the line alone.
   void write(text_builder& to) const;
 
-  // In a listing, where it stands after a line feed.
+  // Adds it as in a listing, after a line feed.
   void write_in_listing(text_builder& to) const {
     to.add(k_line_feed);
     write(to);
@@ -33,7 +33,7 @@ class listed_line {
  private:
   static constexpr json_literal k_line_feed = "\n";
 
-  // Characters that it takes inside a JSON string, nothing built.
+  // Characters that it takes inside a JSON string; the line is not built.
   std::int64_t escaped_length() const;
   // What the line holds, in order: `out` takes literals, texts and integers.
   template <class Out>
@@ -45,7 +45,7 @@ class listed_line {
   text_view what_;
 };
 
-// The listing of the first `count` records; an empty text for none.
+// The listing of the first `count` records; an empty text, without the heading, when that is 0.
 py::owned make_listing(const py::module_state& state, const symbol_records& records,
                        std::size_t count);
 

@@ -12,7 +12,7 @@ using py::owned;
 
 namespace {
 
-// The first lines of a logic skeleton, and how many it leaves out.
+// Adds the first lines of a logic skeleton, fenced, and how many more it has.
 void add_skeleton(text_view digest, text_builder& out) {
   std::size_t lines = 1;
   std::size_t end = digest.length();

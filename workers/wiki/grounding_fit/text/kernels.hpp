@@ -34,7 +34,7 @@ constexpr text_kernel kernel_of(const char* name) {
           Kernel<std::uint32_t>::growth, Kernel<std::uint8_t>::widen};
 }
 
-// The kernels that this processor runs, best first. Found once, when the module is loaded.
+// The kernels that this processor can run, best first. Found once, when the module is loaded.
 class runnable_kernels {
  public:
   runnable_kernels() noexcept;
