@@ -44,6 +44,7 @@ class Errors(UsualHost):
             ("result of size: expected an integer, got 'x'", prose, parts(), lambda *_: "x", 1),
             ("left_out[1]: expected a string, got 1", fit._cap_note, ["a", 1]),
             ("left_out: expected a list or tuple, got 'text'", fit._cap_note, "text"),
+            ("_listing(): symbols: expected a list or tuple, got False", fit._listing, False),
             ("_most(): fits: expected a callable, got None", fit._most, 1, None),
             ("_most(): expected at most 2 arguments", fit._most, 1, 2, 3),
             ("citable(): seeds: expected an iterable, got 5", fit.citable, 5),
