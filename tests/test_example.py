@@ -10,11 +10,10 @@ import unittest
 from pathlib import Path
 from unittest import mock
 
-from harness import HOST, ROOT, UsualHost, fit
-
 from examples import host, repository
 from grounding_fit_workbench import Page, load_pages, reasons
 from grounding_fit_workbench.pieces import fit_agent
+from harness import HOST, ROOT, UsualHost, fit
 
 with mock.patch.dict("sys.modules", HOST.modules()):  # the module is there already
     from examples import fit_repository
