@@ -82,9 +82,10 @@ def without_memo(encode: Callable) -> dict[str, Callable]:
 
 def with_memo(encode: Callable) -> tuple[dict[str, Callable], Callable]:
     """Return the utilities that the documents recommend, and what empties their memo."""
-    recipe = re.search(r"^```python\n(.*?known_starts.*?)^```", INTERFACE.read_text(), re.S | re.M)
+    blocks = re.findall(r"^```python\n(.*?)^```", INTERFACE.read_text(), re.DOTALL | re.MULTILINE)
+    [recipe] = [block for block in blocks if "known_starts" in block]
     names = {}
-    exec(recipe[1], names)
+    exec(recipe, names)
     names["token_starts"] = partial(token_starts, encode)
     utilities = {name: names[name] for name in ("estimate_tokens", "_truncate_to_tokens")}
     return utilities, names["known_starts"].cache_clear

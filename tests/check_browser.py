@@ -8,14 +8,15 @@ import unittest
 from dataclasses import replace
 from pathlib import Path
 
+import harness  # loads the module before the example does
 from chromium import Browser
-from harness import ROOT, UsualHost, fit
-from test_workbench_compare import TRIALS, some_pages
-
 from examples import host, repository
 from grounding_fit_workbench import Page, Trial, compare
 from grounding_fit_workbench.browser.overview import overview_text
 from grounding_fit_workbench.browser.page import page_data, page_text
+from test_workbench_compare import TRIALS, some_pages
+
+ROOT, fit = harness.ROOT, harness.fit
 
 PROGRAM, FOLDER = sys.argv[1], Path(sys.argv[2]).resolve()
 LARGE = 1_000_000  # bytes of a page of MANY symbols, at the most
@@ -66,7 +67,7 @@ def every_page():
     return {**made, "none": none, "large": large(), **others}
 
 
-class Browsed(UsualHost):
+class Browsed(harness.UsualHost):
     @classmethod
     def setUpClass(cls):
         FOLDER.mkdir(parents=True, exist_ok=True)

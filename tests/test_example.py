@@ -10,10 +10,12 @@ import unittest
 from pathlib import Path
 from unittest import mock
 
+import harness  # loads the module before the example does
 from examples import host, repository
 from grounding_fit_workbench import Page, load_pages, reasons
 from grounding_fit_workbench.pieces import fit_agent
-from harness import HOST, ROOT, UsualHost, fit
+
+HOST, ROOT, fit = harness.HOST, harness.ROOT, harness.fit
 
 with mock.patch.dict("sys.modules", HOST.modules()):  # the module is there already
     from examples import fit_repository
@@ -22,7 +24,7 @@ PAGES = [("module", 4000, 3), ("getting-started", 300, 60), ("decisions", 9000, 
 READ = repository.read_repository(ROOT / "workbench")
 
 
-class Example(UsualHost):
+class Example(harness.UsualHost):
     def page(self, page_type, budget=8000, symbols=60):
         parts = host.page_parts(READ, page_type, symbols)
         given = host.page_answer("name", page_type, READ.sources, parts)

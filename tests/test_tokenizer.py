@@ -6,7 +6,7 @@ from harness import HOST, ROOT, UsualHost, fit, parts
 
 TEXT = (ROOT / "docs/interface.md").read_text(encoding="utf-8")
 BLOCKS_OF_CODE = re.findall(r"^```python\n(.*?)^```", TEXT, re.DOTALL | re.MULTILINE)
-[RECIPE] = [code for code in BLOCKS_OF_CODE if "token_starts" in code]
+RECIPE = next(block for block in BLOCKS_OF_CODE if "token_starts" in block)
 FACT = "one  two, thrée\n\n— 😀 four() " * 30
 FACTS = [fit.FactBlock(f"## Facts {n}\n{FACT}") for n in range(4)]
 BLOCKS = [(f"### f{n}\n" + "def f(x):\n    return x\n" * 12, {"fqn": f"f{n}"}) for n in range(40)]

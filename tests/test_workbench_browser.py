@@ -4,13 +4,12 @@ import json
 import re
 from dataclasses import replace
 
-from harness import HOST, UsualHost, fit
-from test_workbench_compare import TRIALS, some_pages
-
 from grounding_fit_workbench import Trial, compare
 from grounding_fit_workbench.browser.overview import overview_data, overview_text
 from grounding_fit_workbench.browser.page import page_data, page_text
 from grounding_fit_workbench.browser.writer import MOST_PACKED, packed
+from harness import HOST, UsualHost, fit
+from test_workbench_compare import TRIALS, some_pages
 
 MEASURE = HOST.modules()["workers.context_builder"].estimate_tokens
 

@@ -10,9 +10,6 @@ import sys
 import tempfile
 from pathlib import Path
 
-from harness import ROOT, UsualHost, find, fit, parts
-from test_workbench_ranges import crowded
-
 from grounding_fit_workbench import (
     Page,
     Trial,
@@ -24,6 +21,8 @@ from grounding_fit_workbench import (
     terminal,
 )
 from grounding_fit_workbench.command import run
+from harness import ROOT, UsualHost, find, fit, parts
+from test_workbench_ranges import crowded
 
 TRIALS = [
     "code_floor=.2",

@@ -215,7 +215,7 @@ def not_meant(parts: fit.GroundingParts) -> Iterator[Problem]:
             continue
         place = f"parts.prose[{index}]"
         if not block.name and not block.text.startswith("#"):
-            what = "expected a name, or a heading as its first line: a note calls it by that line"
+            what = "expected a name, or a heading as its first line, for a note to name it by"
             yield Problem(f"{place}.name", what, False)
         if not always_kept(block, parts.budget):
             before = before or block.label()

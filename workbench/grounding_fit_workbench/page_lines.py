@@ -135,7 +135,8 @@ def require_page_form(page: Page) -> None:
     """Raise TypeError or ValueError at the place of the first value that has no JSON form."""
     place = ""
     try:
-        for place, value in placed_values(page):
+        for here, value in placed_values(page):
+            place = here
             require_form(value)
         place = "answer"
         require_text_form(page.answer, ["page_id"])
