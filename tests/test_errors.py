@@ -43,6 +43,7 @@ class Errors(UsualHost):
             ("shares['k']: expected a float or integer, got None", prose, limited, lambda *_: 1, 1),
             ("result of size: expected an integer, got 'x'", prose, parts(), lambda *_: "x", 1),
             ("left_out[1]: expected a string, got 1", fit._cap_note, ["a", 1]),
+            ("blocks[0]: expected a string, got list", fit._assemble_blocks, [[]], 9),
             ("left_out: expected a list or tuple, got 'text'", fit._cap_note, "text"),
             ("_listing(): symbols: expected a list or tuple, got False", fit._listing, False),
             ("_most(): fits: expected a callable, got None", fit._most, 1, None),

@@ -18,9 +18,12 @@ class Emptied(UsualHost):
     def test_records_while_a_text_is_written(self):
         records = []
         odd = catalogue.Odd(lambda: [one.clear() for one in records])
-        for call in (fit._listing, lambda records: fit.render_symbol(records[0])):
+        for call, shown in [
+            (fit._listing, "- `f` ([odd]) — :L3"),  # the line was read before
+            (lambda records: fit.render_symbol(records[0]), "### f ([odd]) — x:L0"),
+        ]:
             records[:] = [{"fqn": "f", "kind": [odd], "file": "x", "line": 3} for _ in range(9)]
-            self.assertIn(" ([odd]) — ", call(records))
+            self.assertIn(shown, call(records))
 
     def test_the_text_that_a_line_was_measured_with(self):
         records = [{"fqn": f"f{i}", "file": f"f{i}", "line": 1} for i in range(60)]
