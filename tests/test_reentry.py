@@ -47,7 +47,7 @@ class Emptied(UsualHost):
                 def empty():
                     if armed and not later:
                         record.clear()
-                        later.append([{name: "later"}] * 3)  # perhaps where the entries were
+                        later.append([{}, {name: "later"}])  # perhaps where the entries were
 
                 armed, later = [], []
                 record = {key: [{catalogue.odd_text(empty)(name): "a"}], "has_tests": True}
