@@ -182,6 +182,7 @@ class Errors(UsualHost):
             self.assertRaises(ValueError, fit.symbol_seeds, [record])
         self.assertIn(":L" + "9" * 40, fit._listed({"line": "9" * 40}))
         self.assertRaises(ValueError, fit._listed, {"line": 10**5000})
+        self.assertRaises(ValueError, context, over(symbols=[10**5000]), parts(), 1)
 
     def test_what_the_host_raises_passes_through(self):
         page = parts([Block("f" * 99)], [("t", {"file": "f", "line": 1})] * 2)

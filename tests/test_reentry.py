@@ -63,8 +63,10 @@ class Emptied(UsualHost):
 
         def size(blocks, _):
             if len(blocks) == 1 and first:
+                place = id(*first)
                 first.clear()
-                second["".join(["\n"] * 9)] = 1  # as long, so that it may take the same place
+                made = ["".join(["\n"] * 9) for _ in range(500)]  # as long, so one may come there
+                second[min(made, key=lambda key: id(key) != place)] = 1
             return 30000
 
         prose = [fit.FactBlock("", [first]), fit.FactBlock("", [second], key="k")]
