@@ -40,7 +40,7 @@ extern "C" void* malloc(std::size_t size) {
 """
 
 
-ROUNDS = 3
+ROUNDS, MOST_ROUNDS = 3, 60  # until Python's own free lists are full; a leak goes on in all
 WARM_UP = 200  # calls, so that what the interpreter keeps for later is there
 
 
@@ -159,7 +159,7 @@ def child(how):
         for _ in range(WARM_UP):
             wanted = outcome(call, disarm, disarm)
         grown = []
-        for _ in range(ROUNDS):
+        for at in range(MOST_ROUNDS):
             before = [sys.getrefcount(one) for one in watched]
             blocks = sys.getallocatedblocks()
             good = fail_all(call, wanted, arm, disarm)
@@ -169,9 +169,11 @@ def child(how):
             moved = [one for one, a, b in zip(watched, before, after, strict=True) if a != b]
             assert not moved, f"call {number} keeps or gives away references to {shortened(moved)}"
             grown.append(sys.getallocatedblocks() - blocks)
-        # Of a module, the interpreter keeps a little for later for a long time.
-        limit = good if call is made[-1] else 5
-        assert min(grown) <= limit, (number, good, grown)
+            # Of a module, the interpreter keeps a little for later for a long time.
+            limit = good if call is made[-1] else 5
+            if at >= ROUNDS and grown[-1] <= limit:
+                break
+        assert grown[-1] <= limit, (number, good, grown)
     print(failures, "allocations failed")
     assert failures > 1000
 

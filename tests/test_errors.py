@@ -43,7 +43,9 @@ class Errors(UsualHost):
             ("shares['k']: expected a float or integer, got None", prose, limited, lambda *_: 1, 1),
             ("result of size: expected an integer, got 'x'", prose, parts(), lambda *_: "x", 1),
             ("left_out[1]: expected a string, got 1", fit._cap_note, ["a", 1]),
+            ("blocks[0]: expected a string, got list", fit._assemble_blocks, [[]], 9),
             ("left_out: expected a list or tuple, got 'text'", fit._cap_note, "text"),
+            ("_listing(): symbols: expected a list or tuple, got False", fit._listing, False),
             ("_most(): fits: expected a callable, got None", fit._most, 1, None),
             ("_most(): expected at most 2 arguments", fit._most, 1, 2, 3),
             ("citable(): seeds: expected an iterable, got 5", fit.citable, 5),
@@ -180,6 +182,7 @@ class Errors(UsualHost):
             self.assertRaises(ValueError, fit.symbol_seeds, [record])
         self.assertIn(":L" + "9" * 40, fit._listed({"line": "9" * 40}))
         self.assertRaises(ValueError, fit._listed, {"line": 10**5000})
+        self.assertRaises(ValueError, context, over(symbols=[10**5000]), parts(), 1)
 
     def test_what_the_host_raises_passes_through(self):
         page = parts([Block("f" * 99)], [("t", {"file": "f", "line": 1})] * 2)

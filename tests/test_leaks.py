@@ -9,7 +9,7 @@ import sys
 import catalogue
 from harness import HOST, UsualHost, fit
 
-ROUNDS = 16
+ROUNDS = 40
 CALLS = 20  # of everything, in each round
 REFUSALS = (TypeError, ValueError, KeyError, AttributeError, ZeroDivisionError)
 

@@ -50,7 +50,18 @@ class Loading(unittest.TestCase):
         first = host_modules()["workers.context_builder"]
         first._norm = lambda path: "first"
         first.FILE_CARDS_HEADING = first.REQUESTED_CONTEXT_HEADING = "H"
-        loaded = load({"workers.context_builder": first})
+        asked = []
+
+        def importer(name, *rest, usual=__import__):
+            asked.append(name)
+            return usual(name, *rest)
+
+        with exchanged(builtins, __import__=importer):
+            loaded = load({"workers.context_builder": first})
+        self.assertEqual([name for name in asked if "workers" in name], [first.__name__])
+        modules = host_modules()
+        modules["workers.context_builder"]._norm = first._norm  # beside that of its usual home
+        self.assertEqual(load(modules).render_symbol({}), "###  () — first:L0")
         first._norm = None  # too late to be seen
         self.assertEqual(loaded.render_symbol({}), "###  () — first:L0")
         self.assertEqual(loaded._ALWAYS_KEPT, ("H", "H"))

@@ -25,6 +25,9 @@ class WorkedCases(UsualHost):
                 for start, end in [(10, 10), (10, 10), (10, 14), (0, 5), (-5, 0)]
             ],
         )
+        given = fit.seed("a.py", True, 10**30)
+        self.assertIs(given["line_start"], True)  # the host's own values
+        self.assertEqual(given["line_end"], 10**30)
         starts = [True, 1.7, 0.9, "12", None, "", -1, 0]
         kept = fit.citable({"line_start": start} for start in starts)
         self.assertEqual([one["line_start"] for one in kept], [True, 1.7, "12"])
