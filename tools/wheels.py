@@ -76,8 +76,7 @@ def make_wheel(tools: Path, work: Path, made: Path, source: Path) -> Path:
     [wheel] = made.glob("*.whl")
     [reached] = re.findall(r'tag: "(manylinux_\w+)"', output(tools / "auditwheel", "show", wheel))
     search = f"{tools}:{os.environ['PATH']}"
-    options = ["--plat", reached, "--wheel-dir", made / "repaired"]
-    run(tools / "auditwheel", "repair", *options, wheel, PATH=search)
+    run(tools / "auditwheel", "repair", "--wheel-dir", made / "repaired", wheel, PATH=search)
     [wheel] = made.glob("repaired/*.whl")
     named = re.fullmatch(rf"grounding_fit-[0-9.]+-{mark}-{mark}-\S*{reached}\S*\.whl", wheel.name)
     assert named and reached.endswith(machine), f"{wheel.name} of {mark} for {machine}"
