@@ -67,12 +67,11 @@ def pip_for(tools: Path, work: Path) -> list[object]:
 def make_wheel(tools: Path, work: Path, made: Path, source: Path) -> Path:
     """Return a wheel that is named for the oldest libc it runs on, and holds what it should."""
     machine, mark = about(work / "venv/bin/python")
-    other = machine != platform.machine()
-    options = (
-        {"CMAKE_ARGS": f"-DCMAKE_TOOLCHAIN_FILE={ROOT}/cmake/{machine}.cmake"} if other else {}
-    )
+    variables = {}
+    if machine != platform.machine():
+        variables["CMAKE_ARGS"] = f"-DCMAKE_TOOLCHAIN_FILE={ROOT}/cmake/{machine}.cmake"
     asked = ["wheel", "--quiet", "--no-deps", "--no-cache-dir", "--wheel-dir", made, source]
-    run(*pip_for(tools, work), *asked, **options)
+    run(*pip_for(tools, work), *asked, **variables)
     [wheel] = made.glob("*.whl")
     [reached] = re.findall(r'tag: "(manylinux_\w+)"', output(tools / "auditwheel", "show", wheel))
     search = f"{tools}:{os.environ['PATH']}"
