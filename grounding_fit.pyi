@@ -26,6 +26,7 @@ from typing import (
     final,
     overload,
 )
+
 from typing_extensions import NotRequired
 
 __all__ = [
@@ -89,8 +90,12 @@ class _CitationSeed(TypedDict):
     line_start: int  # from 1; 0 names no line
     line_end: int
 
-_Parameter = TypedDict("_Parameter", {"name": str | None, "type": str | None}, total=False)
-_Related = TypedDict("_Related", {"fqn": str | None}, total=False)
+class _Parameter(TypedDict, total=False):
+    name: str | None
+    type: str | None
+
+class _Related(TypedDict, total=False):
+    fqn: str | None
 
 class _SymbolRecord(TypedDict, total=False):
     """One code symbol. A missing value leaves its line out of the block."""
@@ -210,7 +215,7 @@ _Seed: TypeAlias = _CitationSeed | dict[str, Any]
 _Symbol: TypeAlias = _SymbolRecord | _Named | _MaybeNamed | dict[str, Any]
 # What lists and dicts hold is not checked: they are invariant, and would refuse a list[str].
 _JsonValue: TypeAlias = (
-    None | bool | int | float | str | list[Any] | tuple[Any, ...] | dict[str, Any] | _Object
+    bool | int | float | str | list[Any] | tuple[Any, ...] | dict[str, Any] | _Object | None
 )
 # Bound variables, so that a list of either side of the union will do.
 _SeedT = TypeVar("_SeedT", bound=_Seed)

@@ -15,85 +15,20 @@ import subprocess
 import sys
 import textwrap
 from collections.abc import Iterator
-from dataclasses import dataclass
 from pathlib import Path
 
 import instructions
 import pages
 import tables
-from tables import Table
+from instruction_tables import counted, profiled, whole_way
+from peers import orjson, peers
+from real_tokenizer import with_a_tokenizer
+from sides import Sides
+from table import Table
+from tail import tail
+from targets import targets
 
 ROOT = Path(__file__).resolve().parent.parent
-MILLION = 1_000_000
-
-
-@dataclass(frozen=True)
-class Target:
-    """A figure, and on which side of which limits it is to be."""
-
-    what: str
-    sign: str  # the good side: ≤ or ≥
-    target: float
-    wanted: float
-    measured: float | None
-
-    def row(self) -> list[str]:
-        """Return the row of the table of targets."""
-        limits = [f"{self.sign} {limit}" for limit in (self.target, self.wanted)]
-        if self.measured is None:
-            return [self.what, *limits, "not measured", ""]
-        return [self.what, *limits, f"{self.measured:.2f}", self.met()]
-
-    def met(self) -> str:
-        """Say which of the limits the figure is within."""
-        direction = {"≤": 1, "≥": -1}[self.sign]
-        if direction * self.measured <= direction * self.wanted:
-            return "wanted"
-        if direction * self.measured <= direction * self.target:
-            return "target"
-        return "not met"
-
-
-def targets(counts: dict, ratios: dict, built_in_ratios: dict, peak: float) -> Table:
-    """Hold the figures of this run against their targets."""
-
-    def millions(*key: str) -> float | None:
-        return counts[key].instructions / MILLION if key in counts else None
-
-    fit, assemble, size = "_fit_page_context", "_assemble_grounding", "_json_size"
-    lowest = min(ratio for key, ratio in built_in_ratios.items() if key[0] == assemble)
-    sizes = min(ratios[size, page] for page in ("120/25", "400/60"))
-    found = [
-        Target(f"`{fit}` 120/25, million instructions", "≤", 0.7, 0.6, millions(fit, "120/25")),
-        Target(f"`{fit}` 400/60, million instructions", "≤", 1.05, 0.9, millions(fit, "400/60")),
-        Target(
-            f"`{assemble}` 120/25, million instructions",
-            "≤",
-            0.5,
-            0.42,
-            millions(assemble, "120/25"),
-        ),
-        Target(
-            f"`{assemble}` 400/60, million instructions",
-            "≤",
-            1.25,
-            1.05,
-            millions(assemble, "400/60"),
-        ),
-        Target(
-            f"`{fit}` 120/25, times as fast as plain Python", "≥", 200, 250, ratios[fit, "120/25"]
-        ),
-        Target(f"`{fit}` 400/60, times as fast", "≥", 300, 400, ratios[fit, "400/60"]),
-        Target(f"`{assemble}`, host built in, lowest of all sizes", "≥", 10, 12, lowest),
-        Target(f"`{size}`, lower of 120/25 and 400/60", "≥", 65, 80, sizes),
-        Target("peak memory beyond the fact text, highest, in answers", "≤", 2.2, 2, peak),
-    ]
-    return Table(
-        "Targets",
-        "The host is in Python where nothing else is said.",
-        ["operation", "target", "wanted", "measured", "met"],
-        [each.row() for each in found],
-    )
 
 
 def machine() -> str:
@@ -103,7 +38,8 @@ def machine() -> str:
     told.append(f"CPython {sys.version.split()[0]}")
     command = ["git", "-C", str(ROOT), "rev-parse", "--short", "HEAD"]
     if shutil.which("git"):
-        commit = subprocess.run(command, capture_output=True, text=True).stdout.strip()
+        found = subprocess.run(command, capture_output=True, text=True, check=False)
+        commit = found.stdout.strip()
         told += [f"commit {commit}"] if commit else []
     return ", ".join(told)
 
@@ -122,13 +58,13 @@ def heading(args: argparse.Namespace) -> str:
     return f"# Benchmarks\n\n{textwrap.fill(how, 100)}\n\nMachine: {machine()}."
 
 
-def counts_of(args: argparse.Namespace) -> tuple[dict, list[Table | str]]:
+def counts_of(against: str | None, ratios: tables.Ratios) -> tuple[dict, list[Table | str]]:
     """Return the instructions of the calls and their tables, or why there are none."""
     if not shutil.which("valgrind"):
         return {}, ["Instructions were not counted: there is no valgrind."]
     counts = instructions.instructions()
-    before = instructions.instructions(args.against) if args.against else None
-    return counts, [tables.counted(counts, before), tables.profiled(counts)]
+    before = instructions.instructions(against) if against else None
+    return counts, [whole_way(counts, ratios), counted(counts, before), profiled(counts)]
 
 
 def measured(args: argparse.Namespace) -> Iterator[Table | str]:
@@ -136,8 +72,8 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     yield heading(args)
     seconds = 0.2 if args.quick else 2.0
     library = pages.read_library()
-    in_python = tables.Sides("in Python", {}, pages.TOKENS, library)
-    built_in = tables.Sides("built in", pages.BUILT_IN, pages.CHARS, library)
+    in_python = Sides("in Python", {}, pages.TOKENS, library)
+    built_in = Sides("built in", pages.BUILT_IN, pages.CHARS, library)
     yield tables.answers(in_python)
     yield tables.answers(built_in)
     table, ratios = tables.times(in_python, seconds)
@@ -145,14 +81,16 @@ def measured(args: argparse.Namespace) -> Iterator[Table | str]:
     table, built_in_ratios = tables.times(built_in, seconds)
     yield table
     yield tables.one_core(in_python, seconds)
+    yield tail(in_python)
     yield tables.many_workers()
+    yield from with_a_tokenizer(library, seconds)
     table, _ = tables.scans(library, seconds / 2)
     yield table
     if args.peers:
-        yield tables.peers(in_python, seconds)
+        yield from peers(in_python, built_in, seconds)
     table, peak = tables.peaks()
     yield table
-    counts, found = counts_of(args)
+    counts, found = counts_of(args.against, built_in_ratios)
     yield from found
     yield targets(counts, ratios, built_in_ratios, peak)
 
@@ -170,7 +108,7 @@ def main() -> None:
     option = parser.add_argument
     option("--quick", action="store_true", help="fewer repeats, more noise")
     option("--markdown", type=Path, metavar="FILE", help="write the whole page into FILE")
-    option("--peers", action="store_true", help="measure orjson and json too")
+    option("--peers", action="store_true", help="measure a tokenizer, JavaScript and encoders too")
     option(
         "--against",
         type=build_folder,
@@ -178,8 +116,8 @@ def main() -> None:
         help="count another build's instructions too",
     )
     args = parser.parse_args()
-    if args.peers and not tables.orjson:
-        parser.error("--peers needs orjson in this Python")
+    if args.peers and not orjson:
+        parser.error("--peers needs orjson and msgspec in this Python")
     parts = []
     for part in measured(args):
         text = part.markdown() if isinstance(part, Table) else part

@@ -15,15 +15,20 @@ import pickle
 import subprocess
 import sys
 import tempfile
+from collections.abc import Callable
 from dataclasses import dataclass
 from functools import partial
 from itertools import repeat
 from pathlib import Path
 from unittest import mock
 
-OPERATIONS = ("_fit_page_context", "_assemble_grounding")
+from calls import PARTS_OF_IT, WHOLE_WAY, operations
+
+# The calls that are counted, those of one operation in a row. The plain model's repeat as exactly,
+# and take so long under valgrind that one of them has to do.
+PLAIN = "in plain Python"
+COUNTED = dict.fromkeys((*PARTS_OF_IT, WHOLE_WAY), 20) | {PLAIN: 1}
 WARM_UP = 5  # calls before the counted ones, so that hashes and caches are there
-COUNTED = 20
 MARK = "getppid"  # a function of libc that nothing else calls; valgrind dumps before each call
 
 
@@ -44,17 +49,28 @@ class PageUnpickler(pickle.Unpickler):
 
 
 def make(path: str) -> None:
-    """Pickle the utilities, the budget and the pages whose answers are cut into a file."""
+    """Pickle the utilities, the budget and the pages into a file."""
     import pages  # reads the whole example, which would take long under valgrind
 
     fit = pages.load(pages.BUILT_IN)[0]
     library = pages.read_library()
-    made = [pages.make_page(fit, count, library) for count in pages.CUT]
+    made = [pages.make_page(fit, count, library) for count in pages.SIZES]
     with open(path, "wb") as file, mock.patch.dict(sys.modules, grounding_fit=fit):
         pickle.dump((pages.BUILT_IN, pages.CHARS), file)
-        PagePickler(file).dump([(page.answer, page.parts) for page in made])
+        PagePickler(file).dump(made)
     for page in made:
         print(page.name)
+
+
+def marked(call: Callable, warm_up: int, counted: int) -> None:
+    """Make the calls that count between two marks."""
+    for _ in range(warm_up):
+        call()
+    gc.collect()
+    os.getppid()  # a mark
+    for _ in repeat(None, counted):
+        call()
+    os.getppid()
 
 
 def count(path: str) -> None:
@@ -66,22 +82,18 @@ def count(path: str) -> None:
     with open(path, "rb") as file:
         utilities, budget = pickle.load(file)
         for home in homes:
-            vars(home).update(utilities)  # before the module is loaded, which keeps them
+            vars(home).update(utilities)  # before the modules are loaded, which keep them
         fit = importlib.import_module("grounding_fit")
+        plain = importlib.import_module("plain_model")
         made = PageUnpickler(file).load()
     gc.disable()
-    for answer, parts in made:
-        for call in (
-            partial(fit._fit_page_context, answer, parts, budget),
-            partial(fit._assemble_grounding, parts, budget),
-        ):
-            for _ in range(WARM_UP):
-                call()
-            gc.collect()
-            os.getppid()  # a mark
-            for _ in repeat(None, COUNTED):
-                call()
-            os.getppid()
+    for page in made:
+        calls = operations(fit, page, budget)
+        for name, counted in COUNTED.items():
+            if name == PLAIN:
+                marked(operations(plain, page, budget)[WHOLE_WAY], 0, counted)
+            else:
+                marked(calls[name], WARM_UP, counted)
 
 
 @dataclass(frozen=True)
@@ -92,19 +104,19 @@ class Count:
     shares: dict[str, float]
 
 
-def read_dump(dump: Path) -> Count:
-    """Return what a dump of the marked calls holds."""
+def read_dump(dump: Path, counted: int) -> Count:
+    """Return what a dump of so many marked calls holds, a call."""
     command = ["awk", "-f", str(Path(__file__).with_name("profile.awk")), str(dump)]
     said = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
     shares = {
         name: float(share) for name, share in (line.split("\t") for line in said.splitlines())
     }
     totals = [line for line in dump.read_text().splitlines() if line.startswith("totals:")]
-    return Count(int(totals[0].split()[1]) / COUNTED, shares)
+    return Count(int(totals[0].split()[1]) / counted, shares)
 
 
 def instructions(build: str | None = None) -> dict[tuple[str, str], Count]:
-    """Return the instructions of a call by operation and page, for a build folder if one is given."""
+    """Return the instructions of a call by operation and page, of another build if one is given."""
     environment = {**os.environ, "PYTHONHASHSEED": "0"}
     if build:
         environment["PYTHONPATH"] = os.pathsep.join([build, environment["PYTHONPATH"]])
@@ -117,15 +129,16 @@ def instructions(build: str | None = None) -> dict[tuple[str, str], Count]:
         valgrind += [f"--dump-before={MARK}", f"--callgrind-out-file={folder}/out"]
         run([*valgrind, *script, "--count", file])
         dumps = sorted(Path(folder).glob("out.*"), key=lambda dump: int(dump.suffix[1:]))
-        keys = [(operation, name) for name in names for operation in OPERATIONS]
+        keys = [(operation, name) for name in names for operation in COUNTED]
         if len(dumps) != 2 * len(keys):
             raise SystemExit(f"valgrind marked {len(dumps)} stretches, not {2 * len(keys)}")
         # Every other dump leads up to the first call of a kind.
-        return {key: read_dump(dump) for key, dump in zip(keys, dumps[1::2])}
+        stretches = zip(keys, dumps[1::2], strict=True)
+        return {key: read_dump(dump, COUNTED[key[0]]) for key, dump in stretches}
 
 
 def main() -> None:
-    """Print the instructions of a call for every page whose answer is cut."""
+    """Print the instructions of a call for every page."""
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
     parser.add_argument("--make", metavar="FILE", help=argparse.SUPPRESS)
     parser.add_argument("--count", metavar="FILE", help=argparse.SUPPRESS)

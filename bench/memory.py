@@ -12,6 +12,7 @@ from collections.abc import Callable
 from dataclasses import astuple, dataclass
 from functools import partial
 
+import calls
 import pages
 
 PROBE = 1_000_000
@@ -75,7 +76,7 @@ def measure() -> list[Peak]:
         page = pages.make_page(sides[0], count, library)
         added = []
         for side in sides:
-            cut = pages.operations(side, page, pages.TOKENS)["_fit_page_context"]
+            cut = calls.operations(side, page, pages.TOKENS)["_fit_page_context"]
             cut()  # not counted: what the first call of all sets up
             given.clear()
             growth, answer = heap_growth(cut)

@@ -6,12 +6,12 @@ import os
 import sys
 from collections.abc import Callable, Iterator
 from dataclasses import dataclass
-from functools import partial
 from heapq import nlargest
 from pathlib import Path
 from types import ModuleType
 from unittest import mock
 
+from calls import Page
 from examples import host
 from examples.repository import Source, definitions, read_repository
 from workers import context_builder
@@ -46,16 +46,6 @@ class Library:
     sources: list[Source]
     symbols: list[dict]
     texts: list[Told]
-
-
-@dataclass(frozen=True)
-class Page:
-    """A page of so many symbols and fact blocks, as both paths take it."""
-
-    name: str
-    symbols: list[dict]
-    answer: dict
-    parts: object
 
 
 def load(utilities: dict[str, Callable]) -> list[ModuleType]:
@@ -121,14 +111,4 @@ def make_page(fit: ModuleType, count: int, library: Library) -> Page:
     )
     answer = host.page_answer("library", "module", library.sources, parts)
     answer["prior_markdown"] = None if count == FITS else answer["prior_markdown"][:6000]
-    return Page(f"{count:,}/{SIZES[count]}", symbols, answer, parts)
-
-
-def operations(side: ModuleType, page: Page, budget: int) -> dict[str, Callable]:
-    """Return the calls to compare, by name; the rendering is of all symbols of the page."""
-    return {
-        "_fit_page_context": partial(side._fit_page_context, page.answer, page.parts, budget),
-        "_assemble_grounding": partial(side._assemble_grounding, page.parts, budget),
-        "_json_size": partial(side._json_size, page.answer),
-        "render_symbol": lambda: list(map(side.render_symbol, page.symbols)),
-    }
+    return Page(f"{count:,}/{SIZES[count]}", symbols, facts, answer, parts)

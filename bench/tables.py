@@ -1,87 +1,25 @@
 """Measures what the bench tells, a table at a time. Times are in µs where nothing else is said."""
 
 import json
-import os
 import pickle
 import sys
-import textwrap
-from collections.abc import Callable
-from dataclasses import dataclass
 from functools import partial
 from unittest import mock
 
 import grounding_fit
-import instructions
 import memory
 import pages
-from pages import Library, Page
+from calls import Page
 from examples import fit_many
-from instructions import Count
+from pages import Library
+from sides import Sides
+from table import Cell, Table
 from timing import clock
-
-try:
-    import orjson
-except ImportError:
-    orjson = None
 
 WIDEST = {1: ("é", "latin-1"), 2: ("—", "utf-16-le"), 4: ("😀", "utf-32-le")}
 SCANNED = [(2, size) for size in (24, 200, 2_000, 40_000, 1_000_000)]  # bytes of a character, and
 SCANNED += [(width, size) for width in (1, 4) for size in (200, 40_000)]  # how many characters
-OWN_WORK = ("reading records", "checking and measuring values", "the module's other work")
-Cell = str | int | float
 Ratios = dict[tuple, float]  # by what was measured: how often the module's time goes into the other
-
-
-@dataclass(frozen=True)
-class Table:
-    """A table, with a sentence that says what stands in it."""
-
-    caption: str
-    intro: str
-    titles: list[str]
-    rows: list[list[Cell]]
-
-    def markdown(self) -> str:
-        """Return the table as Markdown, its numbers to the right."""
-        ruler = "|:--|" + "--:|" * (len(self.titles) - 1)
-        head = [f"### {self.caption}", "", textwrap.fill(self.intro, 100), ""]
-        return "\n".join([*head, row_text(self.titles), ruler, *map(row_text, self.rows)])
-
-
-def row_text(cells: list[Cell]) -> str:
-    """Return a row of a table as Markdown; fractions get one decimal."""
-    shown = []
-    for cell in cells:
-        if isinstance(cell, float):
-            cell = f"{cell:,.1f}"
-        shown.append(f"{cell:,}" if isinstance(cell, int) else cell)
-    return f"| {' | '.join(shown)} |"
-
-
-class Sides:
-    """The module and the plain model over one host, and the pages that both fit."""
-
-    def __init__(self, host: str, utilities: dict[str, Callable], budget: int, library: Library):
-        self.host = host
-        self.budget = budget
-        self.module, self.plain = pages.load(utilities)
-        self.pages = [pages.make_page(self.module, count, library) for count in pages.SIZES]
-        self.operations = list(pages.operations(self.module, self.pages[0], budget))
-
-    def calls(self, operation: str, page: Page) -> list[Callable]:
-        """Return the module's call and the plain model's."""
-        sides = (self.module, self.plain)
-        return [pages.operations(side, page, self.budget)[operation] for side in sides]
-
-    def agreed(self, operation: str, page: Page) -> object:
-        """Return the result of both sides; the bench ends when they differ."""
-        result, expected = (call() for call in self.calls(operation, page))
-        texts = json.dumps(result), json.dumps(expected)  # in which the order of keys shows
-        if texts[0] != texts[1]:
-            at = len(os.path.commonprefix(texts))
-            near = [text[max(0, at - 60) : at + 60] for text in texts]
-            raise SystemExit(f"{operation}, {page.name}: ...{near[0]}... is not ...{near[1]}...")
-        return result
 
 
 def kept(page: Page, answer: dict) -> list[Cell]:
@@ -234,76 +172,7 @@ def peaks() -> tuple[Table, float]:
         ["symbols/fact blocks", "texts of the answer", "module", "plain", "module/answer"],
         [
             [peak.page, peak.texts, peak.module, peak.plain, ratio]
-            for peak, ratio in zip(measured, ratios)
+            for peak, ratio in zip(measured, ratios, strict=True)
         ],
     )
     return table, max(ratios)
-
-
-def counted(counts: dict[tuple, Count], before: dict[tuple, Count] | None) -> Table:
-    """Show the instructions of a call, beside those of another build where it was counted too."""
-    rows = []
-    for operation, page in sorted(counts, key=lambda key: key[0], reverse=True):
-        now = counts[operation, page].instructions
-        row = [f"`{operation}` {page}", round(now)]
-        if before:
-            then = before[operation, page].instructions
-            row += [round(then), f"{100 * (now / then - 1):+.1f} %"]
-        rows.append(row)
-    titles = ["operation", "instructions", "before", "change"]
-    return Table(
-        "Instructions of a call, host built in",
-        "Counted by valgrind's callgrind, whose processor has AVX2 and no AVX-512.",
-        titles[: 4 if before else 2],
-        rows,
-    )
-
-
-def profiled(counts: dict[tuple, Count]) -> Table:
-    """Say what the instructions of the two middle pages are spent on, in percent."""
-    keys = [(name, page) for name in instructions.OPERATIONS for page in ("120/25", "400/60")]
-    rows = [[kind, *(counts[key].shares[kind] for key in keys)] for kind in counts[keys[0]].shares]
-    least = [100 - sum(counts[key].shares[kind] for kind in OWN_WORK) for key in keys]
-    return Table(
-        "Where the instructions go, in percent",
-        "By the names of the functions, their own instructions alone, host built in. The last row "
-        "estimates the least that the rules allow: whatever the module does, the host's functions "
-        "are called, every key is looked up, each text is copied or read once, and the dicts, lists "
-        f"and texts of the result are made. What remains is {', '.join(OWN_WORK)}.",
-        ["spent on", *(f"`{name}` {page}" for name, page in keys)],
-        [*rows, ["all but the module's own work", *least]],
-    )
-
-
-def peers(sides: Sides, seconds: float) -> Table:
-    """Time `_json_size` beside encoders whose text is made to be counted."""
-    rows = []
-    for page in sides.pages:
-        ours = sides.calls("_json_size", page)[0]
-        by_json = partial(json.dumps, page.answer, ensure_ascii=False)
-        by_orjson = partial(orjson.dumps, page.answer)
-        if len(by_json()) != ours():
-            raise SystemExit(f"{page.name}: the standard library counts other characters")
-        own, standard, other = (
-            timing.median for timing in clock(seconds, ours, by_json, by_orjson)
-        )
-        measured = [1e6 * each for each in (own, standard, other)]
-        sizes = [ours(), len(by_orjson())]
-        rows.append([page.name, *measured, standard / own, other / own, *sizes])
-    return Table(
-        "The size of an answer beside encoders",
-        "`_json_size` counts characters of the text that `json.dumps(answer, ensure_ascii=False)` "
-        f"makes. `orjson.dumps` ({orjson.__version__}) makes UTF-8 without blanks between items: "
-        "its length is in bytes, and another one.",
-        [
-            "symbols/fact blocks",
-            "`_json_size`",
-            "`json`",
-            "`orjson`",
-            "`json` ratio",
-            "`orjson` ratio",
-            "characters",
-            "`orjson` bytes",
-        ],
-        rows,
-    )

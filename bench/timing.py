@@ -25,5 +25,7 @@ def clock(seconds: float, *calls: Callable) -> list[Timing]:
     rounds = []
     end = perf_counter() + seconds
     while len(rounds) < ROUNDS or perf_counter() < end:
-        rounds.append([timer.timeit(loop) / loop for timer, loop in zip(timers, loops)])
-    return [Timing(statistics.median(times), min(times)) for times in zip(*rounds)]
+        rounds.append(
+            [timer.timeit(loop) / loop for timer, loop in zip(timers, loops, strict=True)]
+        )
+    return [Timing(statistics.median(times), min(times)) for times in zip(*rounds, strict=True)]

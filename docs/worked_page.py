@@ -24,6 +24,7 @@ from worked_picture import picture
 DOCUMENT = Path(__file__).with_name("fitting.md")
 PICTURE = DOCUMENT.with_name("worked_page.svg")
 CAP = fit._PAGE_CONTEXT_MAX_CHARS
+POLICY = fit.section_budget("getting-started")
 BUDGET = 12_000  # tokens of the page that is worked through
 SMALL_BUDGET = 4_000  # of the page whose report is shown
 MODULES = ("quay", "berth", "cargo", "crane", "tide", "pilot", "ledger", "manifest")
@@ -110,7 +111,7 @@ def make_parts(call_sites: int, policy: fit.SectionBudget) -> fit.GroundingParts
 def run(
     budget: int,
     call_sites: int = 160,
-    policy: fit.SectionBudget = fit.section_budget("getting-started"),
+    policy: fit.SectionBudget = POLICY,
 ) -> Run:
     """Fit the page on both paths."""
     parts = make_parts(call_sites, policy)
@@ -154,9 +155,15 @@ def label(block: fit.FactBlock) -> str:
 def page_section(page: Run) -> str:
     """Show what the page is made of."""
     rows = [
-        [label(block), block.key or "none", len(block.text), fact["text"], len(block.seeds)]
-        + [fact["seeds"]]
-        for block, fact in zip(page.parts.prose, page.characters["facts"])
+        [
+            label(block),
+            block.key or "none",
+            len(block.text),
+            fact["text"],
+            len(block.seeds),
+            fact["seeds"],
+        ]
+        for block, fact in zip(page.parts.prose, page.characters["facts"], strict=True)
     ]
     titles = ["fact block", "key", "code points", "text as JSON", "seeds", "seeds as JSON"]
     sizes = [len(text) for text, _ in page.parts.blocks]
@@ -234,7 +241,7 @@ def facts_section(page: Run) -> str:
     report = page.characters
     rows = []
     so_far = report["base"]
-    for block, fact in zip(page.parts.prose, report["facts"]):
+    for block, fact in zip(page.parts.prose, report["facts"], strict=True):
         tried = so_far + added(fact)
         if fact["verdict"] == "over the cap":
             assert tried + report["reserve"] - CAP == fact["short_by"]
@@ -311,8 +318,12 @@ def changes_section(page: Run) -> str:
     bodies = [one.characters["symbols"]["bodies"] for one in (page, run(more))]
     rows = [
         ["Call sites", f"{fewer} seeds instead of 160", refused["verdict"], with_fewer["verdict"]],
-        ["tide digest", f"a share of {share} instead of 0.25", over["verdict"]]
-        + [with_share["verdict"]],
+        [
+            "tide digest",
+            f"a share of {share} instead of 0.25",
+            over["verdict"],
+            with_share["verdict"],
+        ],
         ["bodies", f"{more:,} tokens instead of {page.budget:,}", *map(str, bodies)],
     ]
     return table(["of what", "the change", "before", "after"], rows)

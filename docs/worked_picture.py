@@ -4,34 +4,38 @@ from collections.abc import Callable
 from html import escape
 
 import grounding_fit as fit
+from grounding_fit_workbench.palette import css_names
 
 LEFT, WIDTH, RIGHT = 150, 520, 250  # of the names, the bars and the words beside them
 ROW = 24
 STYLE = """
-text { font: 12px system-ui, sans-serif; fill: #1c2733 }
+text { font: 12px system-ui, sans-serif; fill: var(--text) }
 .title { font-size: 14px; font-weight: 600 }
 .name { text-anchor: end }
-.ground { fill: #fff }
-.rest { fill: #b9c2cc }
-.facts { fill: #4e8fd0 }
-.seeds { fill: #a9cdf0 }
-.bodies { fill: #e0913a }
-.listing { fill: #f0cf94 }
-.note { fill: #8b6fb5 }
-.free { fill: none; stroke: #7d8a97 }
-.refused { fill: none; stroke: #c2402f; stroke-width: 1.5; stroke-dasharray: 4 2 }
-.limit { stroke: #c2402f; stroke-width: 1.5 }
-.reserve { fill: url(#hatch); stroke: #e0913a }
-#hatch path { stroke: #e0913a; stroke-width: 1.5 }
-@media (prefers-color-scheme: dark) {
-  text { fill: #dfe6ee }
-  .ground { fill: #12181f }
-  .rest { fill: #5d6873 }
-  .seeds { fill: #28527c }
-  .listing { fill: #7d5c1f }
-  .refused, .limit { stroke: #ff7b68 }
-}
+.ground { fill: var(--ground) }
+.free { fill: none; stroke: var(--edge) }
+.refused { fill: none; stroke: var(--left-out); stroke-width: 1.5; stroke-dasharray: 4 2 }
+.limit { stroke: var(--left-out); stroke-width: 1.5 }
+.reserve { fill: url(#hatch); stroke: var(--text) }
+#hatch path { stroke: var(--text); stroke-width: 1.2 }
 """
+GROUND = [  # on light ground and on dark, beside the palette
+    ("text", "#1c2733", "#dfe6ee"),
+    ("ground", "#ffffff", "#12181f"),
+    ("edge", "#7d8a97", "#7d8a97"),
+]
+PARTS = ("other", "facts", "seeds", "bodies", "listing", "note")
+
+
+def style() -> str:
+    """Return the style of the picture: the workbench's palette, on light ground and on dark."""
+    light, dark = (
+        " ".join(f"--{name}: {pair[at]};" for name, *pair in [*css_names(), *GROUND])
+        for at in (0, 1)
+    )
+    parts = "".join(f".{part} {{ fill: var(--{part}) }}\n" for part in PARTS)
+    in_dark = f"@media (prefers-color-scheme: dark) {{ svg {{ {dark} }} }}\n"
+    return f"\nsvg {{ {light} }}\n{in_dark}{STYLE.lstrip()}{parts}"
 
 
 class Drawing:
@@ -98,7 +102,7 @@ class Drawing:
         head = f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {size}" role="img">'
         title = "<title>The worked page: what each path keeps, and where its room goes</title>"
         ground = '<rect class="ground" width="100%" height="100%"/>'
-        parts = [head, title, f"<style>{STYLE}</style>", f"<defs>{hatch}</defs>", ground]
+        parts = [head, title, f"<style>{style()}</style>", f"<defs>{hatch}</defs>", ground]
         return "\n".join([*parts, *self.shapes, "</svg>"]) + "\n"
 
 
@@ -133,10 +137,10 @@ def draw_choice(to: Drawing, report: dict, names: list[str], added: Callable) ->
     widest = max(added(fact) for fact in report["facts"] if not fact["kept"])
     to.start(f"Agent path: {cap:,} JSON characters", max(cap, reach + widest))
     top = to.y
-    free = [("rest", base), ("free", cap - base - reserve), ("reserve", reserve)]
-    to.row("base and room", free, "hatched: reserved for code")
+    free = [("other", base), ("free", cap - base - reserve), ("reserve", reserve)]
+    to.row("base and room", free, "hatched: reserved for bodies")
     so_far = base
-    for name, fact in zip(names, report["facts"]):
+    for name, fact in zip(names, report["facts"], strict=True):
         if fact["verdict"] in ("always kept", "kept first"):
             to.row(name, [], f"{fact['verdict']}: in the base")
             continue
@@ -166,11 +170,11 @@ def draw_answer(to: Drawing, page: object, added: Callable) -> None:
     seeds = sum(fact["citable_seeds"] for fact in facts)
     texts = sum(added(fact) for fact in facts) - seeds
     rest = report["size"] - code - listing - texts - seeds - note
-    sizes = [("rest", rest), ("facts", texts), ("seeds", seeds), ("bodies", code)]
+    sizes = [("other", rest), ("facts", texts), ("seeds", seeds), ("bodies", code)]
     sizes += [("listing", listing), ("note", note), ("free", report["cap"] - report["size"])]
     to.row("answer", sizes, f"{symbols['bodies']} bodies, {symbols['listed']} lines")
     to.legend(
-        ("rest", "other fields, names"),
+        ("other", "other fields, names"),
         ("facts", "facts"),
         ("seeds", "their seeds"),
         ("bodies", "bodies"),

@@ -72,10 +72,10 @@ def main(arguments: Sequence[str]) -> None:
     parts = host.page_parts(read, args.page, args.symbols)
     given = host.page_answer(read.name, args.page, read.sources, parts)
     page = workbench.Page(read.name, args.page, given, parts, args.budget)
+    symbols = f"{len(parts.blocks):,} symbols"
     head = [
         f"{read.name[:40]}: a {args.page} page within {args.budget:,} tokens",
-        f"{len(read.sources)} files of code, {read.passed_over} passed over, "
-        f"{len(parts.blocks):,} symbols",
+        f"{len(read.sources)} files of code, {read.passed_over} passed over, {symbols}",
         policy_line(args.page, parts.budget),
     ]
     if args.save:

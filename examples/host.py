@@ -86,7 +86,7 @@ def import_blocks(sources: list[Source], table: dict) -> Iterator[fit.FactBlock]
 
 
 def digest(source: Source) -> fit.FactBlock:
-    """Tell a module in short: its docstring, and what it defines for others, each with its lines."""
+    """Tell a module in short: its docstring, and what it defines for others, with their lines."""
     head = quote_block(
         fit.DIGEST, Text(source.path, source.tree.body[0].lineno, source.doc), source.doc
     )

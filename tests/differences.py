@@ -55,6 +55,8 @@ def difference(a, b):
     if isinstance(a, (list, tuple)):
         return item_difference(a, b)
     if a == b:
+        if isinstance(a, str) and a.isascii() != b.isascii():  # == goes by the units alone
+            return f": {described(a)} is ASCII to Python and is not, or the other way round"
         return None
     if isinstance(a, str):
         return text_difference(a, b)

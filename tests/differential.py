@@ -84,16 +84,21 @@ def agree(name, *args):
 def agree_explained(name, explaining, more, *args):
     """Compare a function and the one that explains it, which gives the same after the same calls to
     the host, and asks for `more` estimates in the end: so the plain model is asked once for both.
+    What one refuses the other refuses in the same words.
     """
     plain = outcome(model, explaining, *args)
-    compare(explaining, outcome(fit, explaining, *args), plain)
+    explained, mine = (outcome(fit, one, *args) for one in (explaining, name))
+    compare(explaining, explained, plain)
     if isinstance(plain.result, Raised):  # perhaps for the report alone
         plain = outcome(model, name, *args)
     else:
         result, report = plain.result
         json.dumps(report, allow_nan=False)
         plain = Outcome(result, plain.calls[: len(plain.calls) - more])
-    compare(name, outcome(fit, name, *args), plain)
+    compare(name, mine, plain)
+    if isinstance(mine.result, Raised):
+        said = explained.result.said.replace(explaining, name, 1)
+        assert said == mine.result.said, f"{explaining}(): {said}\nis not {mine.result.said}"
 
 
 def agree_on_agent_path(answer, parts, tokens):

@@ -63,11 +63,12 @@ class Array(list):
 
 
 class Source:
-    """One seed's worth of values. `junk` is the chance that a value is not what it should be;
-    a smaller `scale` makes smaller pages of the same seed."""
+    """One seed's worth of values; a source of random numbers will do as one. `junk` is the chance
+    that a value is not what it should be; a smaller `scale` makes smaller pages of the same seed.
+    """
 
     def __init__(self, seed, junk=0.0, scale=1.0):
-        self.r = random.Random(seed)
+        self.r = seed if isinstance(seed, random.Random) else random.Random(seed)
         self.junk = junk
         self.scale = scale
         self.full = self.r.random() < 0.1  # a long note over an answer full of blocks
@@ -174,7 +175,7 @@ class Source:
         """Return a page type's policy: a real one, or one with odd shares."""
         r = self.r
         if r.random() < 0.5:
-            return fit.section_budget(r.choice(["getting-started", "decisions", "module"]))
+            return fit.section_budget(r.choice([*fit._BUDGETS, "module"]))
         shares = [0.0, 0.25, 1.0, 2, -1.0, 1e300, float("inf"), float("nan"), 10**400]
         picked = {key: self.maybe(r.choice(shares)) for key in KEYS if r.random() < 0.3}
         return fit.SectionBudget(0, [self.maybe(k) for k in KEYS if r.random() < 0.2], picked)

@@ -32,6 +32,7 @@ class Errors(UsualHost):
                 deep,
             ),
             ("value[0]: expected string keys, got 1", fit._json_size, [{1: 2}]),
+            ("result: expected string keys, got 1", context, {1: 2}, parts(), 4),
             ("['parameters'][0]['name']: expected a string, got 3", fit.render_symbol, parameter),
             ("blocks[0]: expected a pair (tuple or list of two), got 1 items", within, single, 1),
             ("blocks[0]: expected a pair (tuple or list of two), got 3 items", within, three, 1),
@@ -59,7 +60,7 @@ class Errors(UsualHost):
         line = "parts.blocks[3][1]['line']: expected an integer, got 'x'"
         seeds = parts([Block("f", [{}, {"line_start": [1]}])])
         start = "parts.prose[0].seeds[1]['line_start']: expected an integer"
-        odd = {"line_start": NAN}
+        odd, long = ({"line_start": value} for value in (NAN, "x" * 41))
         endless = parts(code_floor=NAN)
         cases = [
             (f"_assemble_grounding(): {line}", fit._assemble_grounding, late, 100),
@@ -67,6 +68,7 @@ class Errors(UsualHost):
             (f"_fit_page_context(): {line}", context, over(), late, 100),
             (f"GroundingParts.seeds(): {start}", getattr, seeds, "seeds"),
             ("seeds[0]['line_start']: expected an integer, got nan", fit.citable, [odd]),
+            (f"expected an integer, got '{'x' * 40}'...", fit.citable, [long]),
             ("code_floor: expected a number whose product", context, over(), endless, 4),
         ]
         self.check(ValueError, cases)

@@ -152,7 +152,7 @@ class FitMany(unittest.TestCase):
             except OSError as error:
                 self.assertEqual(error.errno, errno.ENXIO)
                 time.sleep(0.01)
-        self.fail(program.communicate()[1])
+        raise AssertionError(program.communicate()[1])
 
     def kill_group(self, group):
         """End what a failed test leaves."""

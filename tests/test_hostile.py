@@ -57,9 +57,9 @@ class Hostile(UsualHost):
             for limit in (before, 1_000_000):
                 sys.setrecursionlimit(limit)
                 for value in (deep, bush, ring, wheel):
-                    self.assertRaises(RecursionError, fit._json_size, value)
-                    answer = {"v": value}
-                    self.assertRaises(RecursionError, fit._fit_page_context, answer, parts(), 1)
+                    answer = {"v": value}, parts(), 1
+                    for call in [(fit._json_size, value), (fit._fit_page_context, *answer)]:
+                        self.assertRaisesRegex(RecursionError, "^.{,99}$", *call)  # no place in it
         finally:
             sys.setrecursionlimit(before)
             while deep:

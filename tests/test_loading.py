@@ -150,6 +150,14 @@ class Loading(unittest.TestCase):
         asked = self.load_refused(ImportError, lambda name: ModuleNotFoundError(name=name))
         self.assertEqual(asked, list(HOMES))
 
+    def test_what_else_is_missing(self):
+        """A module that a host's own needs and that is not there is the host's to know of."""
+        for name in ("workers.con", "workers.context_builder.more", None, 7):
+            asked = self.load_refused(
+                ModuleNotFoundError, lambda _, name=name: ModuleNotFoundError(name=name)
+            )
+            self.assertEqual(asked, ["workers.context_builder"])
+
     def test_an_error_that_cannot_be_read(self):
         class Missing(ModuleNotFoundError):
             @property

@@ -71,6 +71,7 @@ class Records(UsualHost):
         self.assertEqual((text, seeds, name, key), block[:])
         self.assertEqual((block[-1], block[0], block[1:3]), ("k", "t", ((), "n")))
         self.assertEqual((len(block), list(block)[3]), (4, "k"))
+        self.assertEqual(list(reversed(block)), ["k", "n", (), "t"])
         for wrong in (4, -5, 2**70):
             self.assertRaises(IndexError, block.__getitem__, wrong)
         self.assertRaises(TypeError, block.__getitem__, "a")
@@ -96,7 +97,7 @@ class Records(UsualHost):
         self.assertEqual(list(fit._BUDGETS.items()), list(policies.items()))
         for name in policies:
             self.assertIs(fit.section_budget(name), fit._BUDGETS[name])
-        for name in ("Decisions", "", "module"):
+        for name in ("Decisions", "decisions2", "", "module"):
             self.assertIs(fit.section_budget(name), fit._DEFAULT_BUDGET)
         with self.assertRaises(TypeError):
             fit._BUDGETS["new"] = Budget()

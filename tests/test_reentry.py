@@ -36,6 +36,23 @@ class Emptied(UsualHost):
         result = fit._fit_page_context({"grounding": "g" * CAP}, page, 30000)
         self.assertTrue(fit._json_size(result) <= CAP or "alone exceed it." in result["truncated"])
 
+    def test_a_record_while_an_entry_of_it_is_read(self):
+        """What its equality changes shows in all that is read later."""
+        for key, name in [("parameters", "name"), ("related", "fqn")]:
+            with self.subTest(key):
+
+                def empty():
+                    if armed and not later:
+                        record.clear()
+                        later.append([{name: "later"}] * 3)  # perhaps where the entries were
+
+                armed, later = [], []
+                record = {key: [{catalogue.odd_text(empty)(name): "a"}], "has_tests": True}
+                armed.append(1)
+                shown = fit.render_symbol(record)
+                self.assertEqual((len(later), "later" in shown), (1, False))
+                self.assertNotIn("has_tests", shown)
+
     def test_a_key_in_the_place_of_a_freed_one(self):
         """The size of a key is remembered by the key, which must live for as long."""
         first = {"".join(["x"] * 9): 1}

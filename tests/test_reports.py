@@ -5,6 +5,7 @@ import fractions
 import math
 from operator import is_
 
+import catalogue
 from harness import HOST, LINES, UsualHost, exchanged, fit, model, over, parts
 from pages import Source
 
@@ -137,9 +138,29 @@ class Reports(UsualHost):
             told.add(report["facts"][0]["short_by"] is None)
         self.assertEqual(told, {False, True})
 
+    def test_seeds_that_fail_to_be_read(self):
+        """Of a block over its share only the report reads them, and no more than an error of theirs
+        may be passed over."""
+
+        def fail():
+            if armed:
+                raise error
+
+        armed = []
+        seed = {catalogue.odd_text(fail)("line_start"): 1}
+        page = parts(
+            [fit.FactBlock("f", [seed], key="k")], budget=fit.SectionBudget(shares={"k": 0})
+        )
+        armed.append(1)
+        error = LookupError("the host's own")
+        [told] = fit.explain_page_context(over(), page, 9)[1]["facts"]
+        self.assertEqual((told["verdict"], told["citable_seeds"]), ("over its share", None))
+        error = KeyboardInterrupt()
+        self.assertRaises(KeyboardInterrupt, fit.explain_page_context, over(), page, 9)
+
     def test_a_floor_beyond_any_size(self):
         page = [fit.FactBlock("f" * 900)], [("t" * 900, {})] * 9
-        for floor in (-1e300, -1.0, 1e300):
+        for floor in (-1e300, -1.0, -1, 1e300):
             given = over(), parts(*page, code_floor=floor), 900
             report = fit.explain_page_context(*given)[1]
             self.assertEqual(report, model.explain_page_context(*given)[1])

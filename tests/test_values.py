@@ -30,6 +30,12 @@ class Values(UsualHost):
                 answer = {"page_id": value, "prior_markdown": "m" * CAP}
                 said = fit._fit_page_context(answer, parts(), 1)["truncated"]
                 self.assertIn(f'page_id="{value}")', said)
+        shown = {"k": (1, None)}
+        for function in (fit.render_symbol, fit._listed, fit._json_size):
+            viewed = {"fqn": types.MappingProxyType(types.MappingProxyType(shown))}
+            self.assertEqual(function(viewed), function({"fqn": shown}))
+        nothing = {"signature": types.MappingProxyType({}), "docstring": "d"}
+        self.assertEqual(fit._listed(nothing), fit._listed({"docstring": "d"}))
         for wrong in (set(), b"", object()):
             self.assertRaises(TypeError, fit.render_symbol, {"fqn": wrong})
 
@@ -70,8 +76,21 @@ class Values(UsualHost):
             self.assertEqual([block.key for block in kept], ["b", "c"])
             self.assertEqual(pickle.loads(pickle.dumps(budget)).shares, shares)
         self.assertNotIn("c", shares)
+
+        class Failing(collections.UserDict):
+            def keys(self):
+                raise LookupError("the host's own")
+
+        budget = fit.SectionBudget(shares=types.MappingProxyType(Failing(a=1)))
+        for function in (repr, pickle.dumps):
+            self.assertRaisesRegex(LookupError, "the host's own", function, budget)
         viewed = fit.SectionBudget(shares=types.MappingProxyType({"a": 1}))
         self.assertEqual(eval(repr(viewed), vars(fit)), fit.SectionBudget(shares={"a": 1}))
+
+    def test_files_are_the_hosts_own(self):
+        path = Text("p")
+        [file] = fit._assemble_grounding(parts(files={path}), 1)[2]
+        self.assertIs(file, path)
 
     def test_paths_that_say_they_are_equal(self):
         """What _norm gave for a path is kept by its text, whatever the path says of itself."""
@@ -97,6 +116,10 @@ class Values(UsualHost):
         for function in (fit.render_symbol, fit._listed, fit._json_size):
             self.assertEqual(function(odd), function(plain), function)
         self.assertEqual(fit.symbol_seeds(Array([odd])), fit.symbol_seeds([plain]))
+        large = {"file": "f", "line": Integer(10**30), "end_line": Integer(10**31)}
+        [seed] = fit.symbol_seeds([large])
+        self.assertEqual([*map(type, seed.values())], [str, int, int])
+        self.assertIn(f":L{10**30}-L{10**31}", fit._listed(large))
 
         def page(record):
             prose = Array([fit.FactBlock(Text("## Files"), Array([odd]))])
@@ -106,6 +129,18 @@ class Values(UsualHost):
         result = fit._fit_page_context(answer, page(odd), Integer(9))
         self.assertEqual(result, fit._fit_page_context(over(), page(plain), 9))
         self.assertEqual(fit._most(Integer(5), bool), 5)
+        pair = collections.namedtuple("Pair", "text record")("t", {})
+        self.assertEqual(fit._json_size(pair), fit._json_size(["t", {}]))
+        self.assertEqual(fit._blocks_within(parts(blocks=[pair]), 1), 1)
+
+    def test_items_that_are_counted_off(self):
+        """What has neither __iter__ nor a length is gone through as Python does."""
+
+        class Counted:
+            def __getitem__(self, at):
+                return [{"line_start": at}, {"line_start": at}, {"line_start": at}][at]
+
+        self.assertEqual([one["line_start"] for one in fit.citable(Counted())], [1, 2])
 
     @unittest.skipIf(unicode_legacy_string is None, "this interpreter makes none")
     def test_strings_of_the_old_interface(self):

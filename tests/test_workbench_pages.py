@@ -7,9 +7,8 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pages as random_pages
-from harness import UsualHost, fit, over, parts
-
 from grounding_fit_workbench import load_pages, problems, save_page
+from harness import UsualHost, fit, over, parts
 
 PAGES = 50
 Block = fit.FactBlock
@@ -60,7 +59,7 @@ class PagesFiles(UsualHost):
             self.save(answer, page, budget, name=f"page {number}", page_type="t")
         loaded = load_pages(self.file)
         self.assertEqual((len(loaded), loaded.refused), (len(saved), []))
-        for number, (page, original) in enumerate(zip(loaded, saved)):
+        for number, (page, original) in enumerate(zip(loaded, saved, strict=True)):
             self.assertEqual((page.name, page.page_type), (f"page {number}", "t"))
             self.assertEqual(jsoned(page.answer), jsoned(original[0]))
             self.assertEqual(fits(page.answer, page.parts, page.budget), fits(*original), number)
@@ -94,7 +93,7 @@ class PagesFiles(UsualHost):
             with self.assertRaisesRegex(error, rf"^save_page\(\): {words}"):
                 self.save(answer, page)
         for wrong in ({"budget": "1"}, {"name": 1}, {"page_type": None}):
-            with self.assertRaisesRegex(TypeError, f"{[*wrong][0]}: expected"):
+            with self.assertRaisesRegex(TypeError, f"{next(iter(wrong))}: expected"):
                 self.save(**wrong)
         self.assertFalse(self.file.exists())
 
@@ -125,7 +124,7 @@ class PagesFiles(UsualHost):
         self.file.write_bytes("\n".join(lines).encode("utf-8", "surrogateescape"))
         loaded = load_pages(self.file)
         self.assertEqual([page.name for page in loaded], ["n", "n"])
-        for number, (refused, (_, words)) in enumerate(zip(loaded.refused, wrong), 3):
+        for number, (refused, (_, words)) in enumerate(zip(loaded.refused, wrong, strict=True), 3):
             self.assertRegex(str(refused), f"^line {number}: .*{words}")
         self.assertEqual(len(loaded.refused), len(wrong))
 
@@ -185,7 +184,7 @@ parts.budget.shares['q\\'"']: expected a float or integer, got None
 parts.budget.shares['low']: expected a fraction of the room, from 0 to 1, got -0.1
 parts.budget.shares['odd']: expected a fraction of the room, from 0 to 1, got nan
 parts.prose[2]: expected before the 't' block, which may take its room: this block always stays
-parts.prose[3].name: expected a name, or a heading as its first line: a note calls it by that line"""
+parts.prose[3].name: expected a name, or a heading as its first line, for a note to name it by"""
         self.assertEqual(sorted(found), sorted(wanted.splitlines()))
 
     def test_a_page_without_one_is_refused_by_no_path(self):

@@ -2,17 +2,17 @@
 
 import collections
 import functools
+import itertools
 import math
 import unittest
 from dataclasses import replace
-
-from harness import HOST, UsualHost, fit
-from pages import Source
 
 from grounding_fit_workbench import Page, Trial, advice, floors, ranges
 from grounding_fit_workbench.budget_ranges import least_above
 from grounding_fit_workbench.pieces import fit_api
 from grounding_fit_workbench.reasons import fact_reason
+from harness import HOST, UsualHost, fit
+from pages import Source
 
 SEEDS = range(60, 84)
 Block = fit.FactBlock
@@ -51,7 +51,7 @@ def moved(page, index, place):
 
 
 def not_so_far(page, index, change):
-    """Return the page with a knob turned a step less than a change turns it; None if none is less."""
+    """Return the page with a knob turned a step less than a change does; None if none is less."""
     now = {"code_floor": page.parts.code_floor, "budget": page.budget}.get(change.knob)
     if change.knob == "code_floor":
         return Trial("", code_floor=math.nextafter(change.exact, now)).changed(page)
@@ -90,7 +90,7 @@ class Ranges(UsualHost):
         state = functools.cache(state)
         self.assertEqual((found[0].least, found[-1].most), (0, None))
         budgets = set(range(last))
-        for before, one in zip(found, found[1:]):
+        for before, one in itertools.pairwise(found):
             self.assertEqual(before.most, one.least - 1)
             self.assertNotEqual(state(before.most), state(one.least), one.least)
             budgets |= {before.most, one.least}
@@ -149,7 +149,7 @@ class Ranges(UsualHost):
         decisions = functools.cache(
             lambda floor: decided(Trial("", code_floor=floor).changed(page))
         )
-        for before, one in zip(found, found[1:]):
+        for before, one in itertools.pairwise(found):
             self.assertEqual(math.nextafter(before.most, 1), one.least)
             self.assertNotEqual(decisions(before.most), decisions(one.least))
             self.assertEqual(decided_by(one.report), decisions(one.most))
@@ -199,7 +199,7 @@ class Ranges(UsualHost):
             then = explain(less)
             at = change.exact + 1 if change.knob == "place" else one.index
             kept = then["facts"][at]["kept"] if not one.is_body else 0
-            kept = kept or one.is_body and then["symbols"]["bodies"] > one.index
+            kept = kept or (one.is_body and then["symbols"]["bodies"] > one.index)
             self.assertFalse(kept and then["outcome"] != "over the cap", change)
 
     def check_nothing_nearer(self, page, one, change, found):
@@ -235,7 +235,7 @@ class Ranges(UsualHost):
         self.assertIn("nothing is reserved", fact_reason(bare["facts"][-1], bare))
 
     def test_what_no_knob_does(self):
-        """By how much it is still refused is told, and so it is; what does nothing is not offered."""
+        """By how much it is still refused is told, and holds; what does nothing is not offered."""
         page = crowded()
         huge, alone = (one for one in advice(page) if one.what in ("huge", "lone"))
         bare = explain(Trial("", code_floor=0).changed(page))["facts"][huge.index]["short_by"]

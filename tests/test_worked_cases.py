@@ -51,6 +51,7 @@ class WorkedCases(UsualHost):
             ("#\tTests", "the '\tTests' block"),
             ("\n## a", "the '' block"),
             ("## (a) of b (c)", "the '(a) of b' block"),
+            ("# Tests ", "the 'Tests ' block"),
         ]
         for edge in "\x7f\x80\xff\u0100\u01ff\uffff\U00010000":  # of the widths of texts
             cases.append((f"# {edge}\n😀", f"the '{edge}' block"))
@@ -160,7 +161,7 @@ class WorkedCases(UsualHost):
         """A block that is measured so beside 6000 characters of code, in a room of 10000."""
         cases = [(0.35, 36500, True), (0.35, 36501, False), (0, CAP, True), (0, CAP + 1, False)]
         cases += [(1e300, 34000, True), (1e300, 34001, False), (10**300, 34001, False)]
-        cases += [(-1e300, 10**12, True)]
+        cases += [(-1e300, 10**12, True), (True, 34000, True), (False, CAP, True)]
         for floor, with_block, fits in cases:
 
             def size(blocks, count):

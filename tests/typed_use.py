@@ -12,7 +12,10 @@ import grounding_fit as fit
 if TYPE_CHECKING:
     from grounding_fit import _CitationSeed, _PageContext, _SymbolRecord
 else:
-    _SymbolRecord = TypedDict("_SymbolRecord", {}, total=False)
+
+    class _SymbolRecord(TypedDict):
+        """Stands for the stub's type, which the module does not have."""
+
 
 SYMBOL: _SymbolRecord = {
     "fqn": "app.save",

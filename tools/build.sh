@@ -82,6 +82,24 @@ fuzz() {
   "$built/python" tests/fuzz.py --seconds "$1"
 }
 
+# The fuzzer comes from the package index, which does not have it for every CPython.
+fuzz_guided() {
+  local tools
+  [[ $1 =~ ^[0-9]+$ ]] || refuse "fuzz: '$1' is no number of seconds"
+  need clang++ clang
+  [ -e "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.asan-$(uname -m).a" ] ||
+    packages libclang-rt-dev
+  PYTHON=${PYTHON:-3.12} preset=guided
+  build
+  need_venv
+  tools=$("$python" tools/toolbox.py guided atheris) || {
+    say "fuzz: --guided was not run, since atheris cannot be installed for CPython $version"
+    exit 77
+  }
+  LD_PRELOAD=$(echo "$tools"/lib/python3*/site-packages/asan_with_fuzzer.so) \
+    CPYTHON=$tools/bin/python "$built/python" tests/guided.py "$out/guided" "$1"
+}
+
 # Peers to be measured beside the module come from the package index.
 bench() {
   local peers
@@ -89,7 +107,7 @@ bench() {
     *" --peers "*)
       pick_python
       need_venv
-      peers=$("$python" tools/toolbox.py peers orjson) || refuse "bench: no peers to measure"
+      peers=$("$python" tools/toolbox.py peers orjson msgspec tokenizers) || refuse "bench: no peers to measure"
       export CPYTHON=$peers/bin/python
       ;;
   esac

@@ -13,6 +13,7 @@ from toolbox import ROOT, cannot, output, run
 
 BUILT = Path(os.environ["BUILT"])
 CHECK = Path(os.environ["CHECK"])
+LINES, BRANCHES = "98", "90"  # percent of the C++ that the tests run at the least
 SOURCES = ROOT / "workers/wiki/grounding_fit"
 KERNELS = ("portable", "avx2", "avx512")
 PICKLED = """import pickle, workers.wiki.grounding_fit as fit
@@ -38,6 +39,20 @@ def references() -> None:
     counted = BUILT.parent / "cpython-311d-counted"
     assert "_Py_RefTotal" in output("nm", "-D", "--undefined-only", the_module(counted))
     run(counted / "python", "tests/differential.py", "--pages", "300", "--count-references")
+
+
+def coverage() -> None:
+    """See that the tests run nearly all lines of C++, and branches but those that exceptions take.
+
+    What is left is listed in docs/changing.md.
+    """
+    built = BUILT.with_name(BUILT.name.replace("strict", "coverage"))
+    for old in built.rglob("*.gcda"):
+        old.unlink()  # runs are added up
+    run("./dev", "test", "--preset", "coverage")
+    ours = ["--filter", "workers/", "--exclude-throw-branches", "--exclude-unreachable-branches"]
+    least = ["--fail-under-line", LINES, "--fail-under-branch", BRANCHES]
+    run("gcovr", "--print-summary", *ours, *least, built)
 
 
 def symbols() -> None:
@@ -132,6 +147,6 @@ def kernels() -> None:
         cannot(f"all but these, which neither this processor nor qemu's runs: {missed}")
 
 
-STEPS = (references, symbols, installed, stub, cluster, free_threaded, kernels)
+STEPS = (references, coverage, symbols, installed, stub, cluster, free_threaded, kernels)
 if __name__ == "__main__":  # the workers load this file too
     {each.__name__: each for each in STEPS}[sys.argv[1]]()

@@ -1,7 +1,7 @@
 """From which token budget on what stands in a page: exact, for every budget from 0 on.
 
 On the agent path an answer depends on the token budget only through the number of bodies that the
-tokens allow. So there is one range for each such number, and neighbours with the same answer are one.
+tokens allow. So there is a range for each such number, and neighbours with the same answer are one.
 On the API path the code depends on that number alone, and the facts on the tokens that it leaves.
 """
 
@@ -74,8 +74,13 @@ def spans(found: list[Range], holds: Callable[[Range], bool]) -> list[tuple[int,
     return merged
 
 
+def fact_spans(found: list[Range], index: int, state: str) -> list[tuple[int, int | None]]:
+    """Return the budgets with which a fact block is "whole", "cut" or "left out"."""
+    return spans(found, lambda each: each.facts[index] == state)
+
+
 def body_counts(parts: fit.GroundingParts) -> Counts:
-    """Return from which budget on the tokens allow how many bodies, never fewer for a larger one."""
+    """Return from which budget on the tokens allow how many bodies, never fewer for more."""
     counts: Counts = []
     least: int | None = 0
     while least is not None:
@@ -86,7 +91,7 @@ def body_counts(parts: fit.GroundingParts) -> Counts:
 
 
 def next_count(parts: fit.GroundingParts, budget: int, report: Report) -> int | None:
-    """Return the least budget that allows more bodies than a report tells; None if there is none."""
+    """Return the least budget that allows more bodies than a report tells, None for none."""
     symbols = report["symbols"]
     if symbols["stopped_by"] == "nothing":
         return None
@@ -128,7 +133,7 @@ def agent_ranges(page: Page, counts: Counts) -> list[Range]:
     lasts = [least - 1 for least, _, _ in found[1:]]
     return [
         Range(least, last, *agent_state(page.parts, report), partial(known, report))
-        for (least, _, report), last in zip(found, [*lasts, None])
+        for (least, _, report), last in zip(found, [*lasts, None], strict=True)
     ]
 
 
@@ -215,7 +220,7 @@ def api_ranges(page: Page, counts: Counts, cuts: FactCuts) -> list[Range]:
     rooms = [room for room, _ in cuts.changes]
     states = [cuts.facts(standing) for _, standing in cuts.changes]
     ends = [least - 1 for least, _ in counts[1:]]
-    for (least, report), end in zip(counts, [*ends, MOST_TOKENS]):
+    for (least, report), end in zip(counts, [*ends, MOST_TOKENS], strict=True):
         bodies = report["symbols"]["bodies"]
         at = bisect_right(rooms, max(0, least - report["code"])) - 1
         starts = [least, *(report["code"] + room for room in rooms[at + 1 :])]
@@ -223,7 +228,7 @@ def api_ranges(page: Page, counts: Counts, cuts: FactCuts) -> list[Range]:
     lasts = [least - 1 for least, _, _ in found[1:]]
     return [
         Range(least, last, bodies, facts, partial(grounding_report, page, least))
-        for (least, bodies, facts), last in zip(found, [*lasts, None])
+        for (least, bodies, facts), last in zip(found, [*lasts, None], strict=True)
     ]
 
 

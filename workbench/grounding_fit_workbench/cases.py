@@ -1,4 +1,4 @@
-"""Something that an answer lacks, and the changes of one knob that keep it, each tried by the fit."""
+"""Something that an answer lacks, and the changes of one knob that keep it, each tried."""
 
 from __future__ import annotations
 
@@ -29,16 +29,7 @@ class Change:
     bodies: int  # so many more stand whole, or fewer
 
     def __str__(self) -> str:
-        told = [self.words]
-        if self.won:
-            told.append(f"keeps {listed(self.won)} too")
-        if self.lost:
-            told.append(f"loses {listed(self.lost)}")
-        if self.bodies:
-            bodies = "body" if abs(self.bodies) == 1 else "bodies"
-            more = "more" if self.bodies > 0 else "fewer"
-            told.append(f"{abs(self.bodies):,} {bodies} {more}")
-        return "; ".join(told)
+        return "; ".join([self.words, *changes_told(self.won, self.lost, self.bodies, " too")])
 
 
 @dataclass(frozen=True)
@@ -58,6 +49,19 @@ def listed(labels: list[str]) -> str:
     if len(labels) > NAMED:
         named.append(f"{len(labels) - NAMED:,} more")
     return ", ".join(named)
+
+
+def changes_told(won: list[str], lost: list[str], bodies: int, besides: str = "") -> list[str]:
+    """Return in words which blocks are kept now and were not, or the other way, and bodies more."""
+    told = []
+    if won:
+        told.append(f"keeps {listed(won)}{besides}")
+    if lost:
+        told.append(f"loses {listed(lost)}")
+    if bodies:
+        noun = "body" if abs(bodies) == 1 else "bodies"
+        told.append(f"{abs(bodies):,} {noun} {'more' if bodies > 0 else 'fewer'}")
+    return told
 
 
 class Case:
@@ -116,7 +120,10 @@ class Case:
         if not all(self.keeps(report, order) for report in reports):
             return False
         facts = reports[0]["facts"]
-        now = {index: fact["kept"] for index, fact in zip(order or range(len(facts)), facts)}
+        now = {
+            index: fact["kept"]
+            for index, fact in zip(order or range(len(facts)), facts, strict=True)
+        }
         before = [fact["kept"] for fact in self.report["facts"]]
         labels = [block.label() for block in self.page.parts.prose]
         changed = [n for n in now if now[n] != before[n] and (self.is_body or n != self.index)]

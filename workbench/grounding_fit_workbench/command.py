@@ -25,7 +25,7 @@ from grounding_fit_workbench.terminal import safe
 
 DESCRIPTION = """\
 Shows what the fit of a host's wiki pages did and why, and tries what would have kept more. PAGES is
-a file to which the host saves its pages, with grounding_fit_workbench.save_page where it fits them."""
+a file where the host saves its pages, by grounding_fit_workbench.save_page as it fits them."""
 HOST_HELP = "a module of the host's, imported first: it puts in place what a fit takes of its host"
 
 

@@ -190,7 +190,7 @@ def diff_of_reports(args: Any) -> Diff | None:
     before, after = load_reports(args.pages), load_reports(args.other)
     if before is None or after is None:
         return None
-    numbered = enumerate(zip(before, after), 1)
+    numbered = enumerate(zip(before, after, strict=False), 1)
     pages = [diff_reports(one, other, f"report {number}") for number, (one, other) in numbered]
     names = [f"report {number + 1}" for number in range(max(len(before), len(after)))]
     only = [names[len(pages) : len(side)] for side in (before, after)]

@@ -37,9 +37,11 @@ class PageRow:
     name: str
     by_policy: dict[str, Result]
     kinds: list[str]  # of its fact blocks: the key, or else the label
+    labels: list[str]  # of its fact blocks
+    symbols: int
 
     def changes(self, policy: str) -> tuple[int, int, int]:
-        """Return the blocks won and lost, and by how much the bodies differ, beside the first row."""
+        """Return the blocks won and lost, and how many more bodies stand, beside the first row."""
         first = next(iter(self.by_policy.values()))
         now = self.by_policy[policy]
         won, lost = len(first.blocks - now.blocks), len(now.blocks - first.blocks)
@@ -57,7 +59,7 @@ class PageRow:
 
 @dataclass(frozen=True)
 class Failed:
-    """A page that a policy could not be tried on, or a line that is no page; it counts in no row."""
+    """A page that a policy could not be tried on, or a line that is no page; it is in no row."""
 
     name: str
     error: str
@@ -92,7 +94,7 @@ class PolicyRow:
 
 @dataclass(frozen=True)
 class Comparison:
-    """All policies over all pages; the unchanged pages are the first row, most damaged pages first."""
+    """All policies, the first of which changes nothing, over all pages, most damaged first."""
 
     policies: list[PolicyRow]
     pages: list[PageRow]
@@ -127,8 +129,9 @@ def tried_on(number: int, page: Page | Refused, *, trials: Sequence[Trial]) -> P
             results[trial.name] = result_of(page, trial)
         except Exception as error:  # the host's utilities may raise anything
             return Failed(page.name, f"{trial.name}: {type(error).__name__}: {error}")
-    kinds = [block.key or block.label() for block in page.parts.prose]
-    return PageRow(number, page.name, results, kinds)
+    labels = [block.label() for block in page.parts.prose]
+    kinds = [block.key or label for block, label in zip(page.parts.prose, labels, strict=True)]
+    return PageRow(number, page.name, results, kinds, labels, len(page.parts.blocks))
 
 
 def result_of(page: Page, trial: Trial) -> Result:

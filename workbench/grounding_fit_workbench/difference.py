@@ -39,8 +39,8 @@ class Prefix:
 class PageDiff:
     """What differs between two fits of a page on the agent path, fact blocks by their labels.
 
-    Of two reports it does not tell the texts; of one whose answer fitted, neither all blocks nor the
-    bodies, which are None then.
+    Of two reports it does not tell the texts; of one whose answer fitted, neither all blocks nor
+    the bodies, which are None then.
     """
 
     name: str
@@ -92,7 +92,7 @@ def fit_of_report(report: Mapping[str, Any]) -> Fit:
         return Fit(report["outcome"], None, None, None)
     facts = report["facts"]
     labels = numbered(fact["label"] for fact in facts)
-    kept = {label: fact["kept"] for label, fact in zip(labels, facts)}
+    kept = {label: fact["kept"] for label, fact in zip(labels, facts, strict=True)}
     return Fit(report["outcome"], kept, report["symbols"]["bodies"], None)
 
 
@@ -119,7 +119,7 @@ def diff_of(name: str, before: Fit, after: Fit) -> PageDiff:
     if before.texts and after.texts:
         prefixes = [
             Prefix(common_length(one, other), len(one), len(other))
-            for one, other in zip(before.texts, after.texts)
+            for one, other in zip(before.texts, after.texts, strict=True)
         ]
     return PageDiff(
         name,
@@ -168,11 +168,11 @@ def by_name(pages: Iterable[Page | Refused], failed: list[Failed]) -> dict[Numbe
         Failed(f"line {each.line}", each.reason) for each in read if isinstance(each, Refused)
     ]
     found = [each for each in read if isinstance(each, Page)]
-    return dict(zip(numbered(page.name for page in found), found))
+    return dict(zip(numbered(page.name for page in found), found, strict=True))
 
 
 def load_reports(file: File) -> list[Any] | None:
-    """Return the reports of a file, one JSON text or one in each line; None if it holds no report."""
+    """Return the reports of a file, one JSON text or one in each line; None if it has none."""
     with open(file, "rb") as lines:
         try:
             first = json.loads(lines.readline())

@@ -1,4 +1,4 @@
-"""From which code floor, or share, on a page's facts are chosen otherwise: exact to the last double.
+"""From which code floor or share on a page's facts are chosen otherwise, to the last double.
 
 Both are fractions of the room, of which only an integer counts: the characters reserved for code,
 and the most that the blocks of a kind may cost. A report says by how many characters each block
@@ -60,7 +60,7 @@ def reserve_steps(page: Page) -> list[Step]:
     room = report["room"]
     reserve = min(room, report["all_bodies"])
     steps: list[Step] = []
-    while reserve > 0 or steps and reserve == 0:
+    while reserve > 0 or (steps and reserve == 0):
         floor = min(1.0, (reserve + 0.5) / room)  # the product is cut to the reserve
         report = report_of(Trial("", code_floor=floor).changed(page))
         steps.append((reserve, report))
@@ -75,7 +75,7 @@ def floors(page: Page) -> list[FloorRange]:
         return [FloorRange(0.0, 1.0, report_of(page))]
     found = []
     most = 1.0
-    for (_, report), (below, _) in zip(steps, [*steps[1:], (-1, None)]):
+    for (_, report), (below, _) in zip(steps, [*steps[1:], (-1, None)], strict=True):
         least = least_factor(report["room"], below + 1)
         found.append(FloorRange(least, most, report))
         most = math.nextafter(least, 0)

@@ -1,8 +1,9 @@
-"""Wrong values that a page would meet one day: what some path refuses, and what is surely not meant.
+"""Wrong values that a page would meet one day: what a path refuses, and what nobody means.
 
-A path reads only what it needs, so a wrong value may go unnoticed until a page is large enough. Each
-value is put into a small page of its own here, on which the path does read it; what is wrong with it
-is what the module says of that page. Then it is mended and asked again, for what else is wrong.
+A path reads only what it needs, so a wrong value may go unnoticed until a page is large enough.
+Each value is put into a small page of its own here, on which the path does read it; what is wrong
+with it is what the module says of that page. Then it is mended and asked again, for what else is
+wrong.
 """
 
 from __future__ import annotations
@@ -11,6 +12,7 @@ import ast
 import re
 from collections.abc import Callable, Iterator
 from dataclasses import dataclass
+from functools import partial
 from typing import Any
 
 from grounding_fit_workbench.module import fit
@@ -92,7 +94,7 @@ def refusals(
 ) -> Iterator[Problem]:
     """Yield each place of a value that a call refuses, in which the value is `called` so."""
     before = None
-    while told := said(lambda: call(value)):
+    while told := said(partial(call, value)):
         if told[0] == before:
             return  # and it cannot be mended
         before = told[0]
@@ -183,7 +185,7 @@ def policy_problems(parts: fit.GroundingParts) -> Iterator[Problem]:
         if not isinstance(kind, str):
             continue  # which no block has
         place = f"parts.budget.shares[{kind!r}]"
-        yield from refusals(share, place, place, lambda one: cut_with_share(kind, one))
+        yield from refusals(share, place, place, partial(cut_with_share, kind))
 
 
 def cut_with_share(kind: str, share: Any) -> None:
@@ -213,7 +215,7 @@ def not_meant(parts: fit.GroundingParts) -> Iterator[Problem]:
             continue
         place = f"parts.prose[{index}]"
         if not block.name and not block.text.startswith("#"):
-            what = "expected a name, or a heading as its first line: a note calls it by that line"
+            what = "expected a name, or a heading as its first line, for a note to name it by"
             yield Problem(f"{place}.name", what, False)
         if not always_kept(block, parts.budget):
             before = before or block.label()

@@ -90,6 +90,7 @@ class Parser(argparse.ArgumentParser):
     """Says what is wrong in one line."""
 
     def error(self, message: str) -> NoReturn:
+        """End the program with a line that says what is wrong."""
         self.exit(2, f"{self.prog}: {safe(message)}\n")
 
     def trials(self, told: Iterable[Trial]) -> list[Trial]:

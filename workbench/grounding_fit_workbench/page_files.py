@@ -1,4 +1,4 @@
-"""Pages files: a host appends its pages where it fits them, and reads them back to ask about them."""
+"""Pages files: a host appends its pages where it fits them, and reads them back."""
 
 from __future__ import annotations
 
@@ -52,7 +52,7 @@ def save_page(
 
 
 def append(file: File, line: str) -> None:
-    """Append a line to a file by one call of the system, which others' lines cannot come between."""
+    """Append a line to a file by one call of the system, so that no other line comes between."""
     text = line.encode("ascii") + b"\n"
     with open(file, "a+b", buffering=0) as target:
         if target.seekable() and target.tell():

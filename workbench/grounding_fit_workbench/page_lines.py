@@ -135,7 +135,8 @@ def require_page_form(page: Page) -> None:
     """Raise TypeError or ValueError at the place of the first value that has no JSON form."""
     place = ""
     try:
-        for place, value in placed_values(page):
+        for here, value in placed_values(page):
+            place = here
             require_form(value)
         place = "answer"
         require_text_form(page.answer, ["page_id"])
@@ -153,7 +154,7 @@ def line_of(page: Page) -> str:
     require_kinds(page)
     require_page_form(page)
     line = {field: getattr(page, field) for field in ("name", "page_type", "budget", "answer")}
-    line["prose"] = [dict(zip(FACT, block)) for block in page.parts.prose]
+    line["prose"] = [dict(zip(FACT, block, strict=True)) for block in page.parts.prose]
     line["blocks"] = page.parts.blocks
     line["files"] = sorted(page.parts.files)
     line["code_floor"] = page.parts.code_floor

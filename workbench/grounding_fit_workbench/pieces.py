@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections import Counter
 from collections.abc import Iterator
 from dataclasses import dataclass
 from typing import Any
@@ -48,6 +49,13 @@ class Bar:
         """What all segments take."""
         return sum(segment.size for segment in self.segments)
 
+    def sizes(self) -> Counter[str]:
+        """Return what each part takes."""
+        sizes: Counter[str] = Counter()
+        for segment in self.segments:
+            sizes[segment.part] += segment.size
+        return sizes
+
 
 @dataclass(frozen=True)
 class Fitted:
@@ -57,21 +65,16 @@ class Fitted:
     report: Report
     pieces: list[Piece]  # in reading order; blank lines join them
     answer: dict[str, Any]  # of the agent path; empty on the other one
-    tail: int = 0  # code points of a blank line that a cut has left behind the facts
 
     def whole(self, part: str, texts: list[str]) -> set[int]:
         """Return which blocks of a part, with these texts, stand whole."""
         pieces = [piece for piece in self.pieces if piece.part == part]
         return {piece.index for piece in pieces if piece.text == texts[piece.index]}
 
-    def fill(self) -> list[int]:
-        """Return the code points of facts, bodies, listing and blank lines, of all, and tokens."""
-        lengths = dict.fromkeys(("facts", "bodies", "listing"), 0)
-        for piece in self.pieces:
-            lengths[piece.part] += len(piece.text)
-        blank = len(BLANK_LINE) * max(0, len(self.pieces) - 1) + self.tail
-        tokens = tokens_of(self.text) if self.answer else self.report["size"]
-        return [*lengths.values(), blank, len(self.text), tokens]
+    def shows_pieces(self) -> bool:
+        """Whether the pieces stand in the answer; a host's own may lack them."""
+        rebuilt = "facts" in self.report
+        return rebuilt or all(piece.text in self.text for piece in self.pieces)
 
 
 def symbol_name(parts: fit.GroundingParts, index: int) -> str:
@@ -125,9 +128,7 @@ def fit_api(page: Page) -> Fitted:
     if code:
         below = BLANK_LINE.join(piece.text for piece in code)
         cut = text.removesuffix(below).removesuffix(BLANK_LINE)
-    facts = list(cut_pieces(parts, cut))
-    tail = len(cut) - len(BLANK_LINE.join(piece.text for piece in facts))
-    return Fitted(text, report, [*facts, *code], {}, tail)
+    return Fitted(text, report, [*cut_pieces(parts, cut), *code], {})
 
 
 def fit_agent(page: Page) -> Fitted:
@@ -170,6 +171,16 @@ def fact_rows(parts: fit.GroundingParts, report: Report) -> list[Report]:
     ]
 
 
+def shares_used(facts: list[Report]) -> dict[str, tuple[int, float]]:
+    """Return the JSON characters used and the limit of each kind that has a share."""
+    used: dict[str, tuple[int, float]] = {}
+    for fact in facts:
+        if fact.get("share") is not None:
+            before, limit = used.get(fact["key"], (0, fact["share"]))
+            used[fact["key"]] = (before + fact["kept"] * (fact["text"] + fact["seeds"]), limit)
+    return used
+
+
 def text_size(text: str) -> int:
     """Return the JSON characters of a text within its quotes."""
     return fit._json_size(text) - QUOTES
@@ -182,66 +193,109 @@ def piece_name(parts: fit.GroundingParts, piece: Piece) -> str:
     return symbol_name(parts, piece.index) if piece.part == "bodies" else "the listing"
 
 
-def api_segments(parts: fit.GroundingParts, fitted: Fitted) -> list[Segment]:
-    """Return what each piece adds to the estimate of the text up to it: facts, listing, bodies."""
-    segments = []
-    end = 0
-    before = tokens_of("")
-    last_fact = sum(piece.part == "facts" for piece in fitted.pieces) - 1
-    for at, piece in enumerate(fitted.pieces):
-        end += len(piece.text) + (fitted.tail if at == last_fact else 0)
-        tokens = tokens_of(fitted.text[:end])
-        segments.append(Segment(piece.part, piece_name(parts, piece), tokens - before))
-        before = tokens
-        end += len(BLANK_LINE)
-    return sorted(segments, key=lambda each: each.part == "bodies")
-
-
 def seeds_size(seeds: list[Any]) -> int:
     """Return the JSON characters of seeds and of the commas between them and behind them."""
     return fit._json_size(seeds) - QUOTES + len(", ") if seeds else 0
 
 
-def agent_segments(parts: fit.GroundingParts, fitted: Fitted) -> list[Segment]:
+@dataclass(frozen=True)
+class Cost:
+    """What a fact block or a body takes by itself, measured once for all bars of a page."""
+
+    text: int  # JSON characters in an answer, without the quotes
+    seeds: int  # JSON characters of its citable seeds in an answer, with a comma behind each
+    tokens: int
+
+
+@dataclass(frozen=True)
+class Costs:
+    """What each block of a page takes."""
+
+    facts: list[Cost]
+    bodies: list[Cost]
+
+    @classmethod
+    def of(cls, parts: fit.GroundingParts) -> Costs:
+        """Measure all blocks of a page."""
+        facts = [cost_of(block.text, fit.citable(block.seeds)) for block in parts.prose]
+        bodies = [cost_of(text, fit.symbol_seeds([symbol])) for text, symbol in parts.blocks]
+        return cls(facts, bodies)
+
+
+def cost_of(text: str, seeds: list[Any]) -> Cost:
+    """Measure a text and its citable seeds."""
+    return Cost(text_size(text), seeds_size(seeds), tokens_of(text))
+
+
+def api_segments(parts: fit.GroundingParts, fitted: Fitted, costs: Costs) -> list[Segment]:
+    """Return what the text's tokens are spent on: facts, listing, bodies, and what joins them.
+
+    Facts, bodies and listing add up to what the report says of each, so that both tell the same.
+    """
+    report = fitted.report
+    symbols = report["symbols"]
+    whole = fitted.whole("facts", [block.text for block in parts.prose])
+    facts = []
+    left = report["facts"]["kept"]
+    for piece in fitted.pieces:
+        if piece.part == "facts":
+            name = piece_name(parts, piece)
+            cut = piece.index not in whole
+            size = left if cut else costs.facts[piece.index].tokens
+            facts.append(Segment("facts", f"what stands of {name}" if cut else name, size))
+            left -= size
+    if left > 0:
+        facts.append(Segment("facts", "blank lines between fact blocks", left))
+    listing = report["code"] - report["used"] if symbols["listed"] else 0
+    listed = Segment("listing", "the listing", listing)
+    bodies = [
+        Segment("bodies", symbol_name(parts, rank), costs.bodies[rank].tokens)
+        for rank in range(symbols["bodies"])
+    ]
+    told = sum(segment.size for segment in [*facts, listed, *bodies])
+    return [*facts, listed, *bodies, Segment("joins", "joints", report["size"] - told)]
+
+
+def agent_segments(parts: fit.GroundingParts, fitted: Fitted, costs: Costs) -> list[Segment]:
     """Return what each JSON character of an answer is spent on: bodies last, before them the rest.
 
     The facts stand so that they end where the room begins that is reserved for code.
     """
-    facts = []
-    bodies = []
-    listing = []
+    size = fitted.report["size"]
+    facts, listing, bodies = [], [], []
     for piece in fitted.pieces:
         name = piece_name(parts, piece)
-        segment = Segment(piece.part, name, text_size(piece.text))
         if piece.part == "listing":
-            listing.append(segment)
-            continue
-        if piece.part == "facts":
-            seeds = seeds_size(fit.citable(parts.prose[piece.index].seeds))
-            facts += [segment, Segment("seeds", f"the seeds of {name}", seeds)]
+            listing.append(Segment("listing", name, text_size(piece.text)))
+        elif piece.part == "facts":
+            cost = costs.facts[piece.index]
+            facts.append(Segment("facts", name, cost.text))
+            facts.append(Segment("seeds", f"the seeds of {name}", cost.seeds))
         else:
-            seeds = seeds_size(fit.symbol_seeds([parts.blocks[piece.index][1]]))
-            bodies += [segment, Segment("body seeds", f"the seed of {name}", seeds)]
+            cost = costs.bodies[piece.index]
+            bodies.append(Segment("bodies", name, cost.text))
+            bodies.append(Segment("body seeds", f"the seed of {name}", cost.seeds))
     note = text_size(fitted.answer.get("truncated", ""))
     noted = [Segment("note", "the note in truncated", note)]
-    told = sum(segment.size for segment in [*facts, *bodies, *listing, *noted])
-    rest = fit._json_size(fitted.answer) - told
+    rest = size - sum(segment.size for segment in [*facts, *bodies, *listing, *noted])
+    if rest < 0 or not fitted.shows_pieces():
+        return [Segment("other", "the answer as the host gave it", size)]
     other = Segment("other", "other fields, names, punctuation", rest)
     return [other, *facts, *noted, *listing, *bodies]
 
 
-def api_bar(parts: fit.GroundingParts, fitted: Fitted) -> Bar:
+def api_bar(parts: fit.GroundingParts, fitted: Fitted, costs: Costs) -> Bar:
     """Return the bar of the API path."""
     report = fitted.report
-    segments = api_segments(parts, fitted)
+    segments = api_segments(parts, fitted, costs)
     share = max(0, report["share"])
     return Bar("API path", "tokens", report["budget"], segments, "the code's share", share)
 
 
-def agent_bar(parts: fit.GroundingParts, fitted: Fitted) -> Bar:
+def agent_bar(parts: fit.GroundingParts, fitted: Fitted, costs: Costs) -> Bar:
     """Return the bar of the agent path."""
     report = fitted.report
-    segments = agent_segments(parts, fitted)
+    segments = agent_segments(parts, fitted, costs)
     reserve = max(0, report.get("reserve", 0))
     title = "Agent path"
     return Bar(title, "characters of JSON", report["cap"], segments, "reserved for bodies", reserve)

@@ -33,29 +33,45 @@ def policy_line(page_type: str, policy: fit.SectionBudget) -> str:
     return f"policy{named} ({own}): {', '.join([first, *shares, *texts])} code points"
 
 
+Told = tuple[str, list[int | str]]  # a sentence with {} in place of these values
+
+
+def in_words(told: Told) -> str:
+    """Return a sentence with its values."""
+    sentence, values = told
+    return sentence.format(*(each if isinstance(each, str) else f"{each:,}" for each in values))
+
+
 def fact_reason(fact: Report, report: Report) -> str:
+    """Return what a block lacked that was left out, in JSON characters; "" for one that stays."""
+    return in_words(refusal(fact, report))
+
+
+def refusal(fact: Report, report: Report) -> Told:
     """Return what a block that was left out lacked, and what its seeds had to do with it.
 
-    Sizes are JSON characters.
+    Sizes are JSON characters. The sentence is empty for a block that was kept.
     """
     short = fact["short_by"]
     if fact["kept"] or short is None:
-        return ""
+        return "", []
     seeds = fact["citable_seeds"]
-    reason = "with it the answer would not leave the room that is reserved for code"
+    values: list[int | str] = []
+    reason = "with it the answer would not leave the room that is reserved for bodies"
     if report["reserve"] <= 0:
-        reason = "with it the answer would pass its cap, and nothing is reserved for code"
+        reason = "with it the answer would pass its cap, and nothing is reserved for bodies"
     enough = "it would fit"
     if fact["verdict"] == "over its share":
         seeds = fact["seeds"] - QUOTES
-        limit = math.floor(fact["share"])
-        reason = f"{fact['key']} blocks have used {fact['share_used']:,} of {limit:,}"
-        enough = "it would be within its share"
+        values = [fact["key"], fact["share_used"], math.floor(fact["share"])]
+        reason = "{} blocks before it have used {} of the {} of their share"
+        enough = "it would be within the share"
     if not seeds:
-        return f"{reason}; it is {short:,} over"
+        return f"{reason}; it is {{}} over", [*values, short]
     if short <= seeds:
-        return f"{reason}; without its {seeds:,} of seeds {enough}"
-    return f"{reason}; even without its {seeds:,} of seeds it is {short - seeds:,} over"
+        return f"{reason}; without its {{}} of seeds {enough}", [*values, seeds]
+    told = f"{reason}; even without its {{}} of seeds it is {{}} over"
+    return told, [*values, seeds, short - seeds]
 
 
 def api_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
@@ -63,7 +79,9 @@ def api_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
     facts = report["facts"]
     code = report["code"]
     used = report["used"]
-    takes = f"bodies {used:,} and listing {code - used:,} take {code:,} of {report['budget']:,}"
+    besides = "listing" if report["symbols"]["listed"] else "what joins them"
+    rest = f" and {besides} {code - used:,}" if code > used else ""
+    takes = f"bodies {used:,}{rest} take {code:,} of {report['budget']:,}"
     if facts["kept"] == facts["whole"]:
         yield f"All {facts['whole']:,} tokens of facts stand."
     elif facts["room"] == 0:
@@ -108,12 +126,22 @@ def agent_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:
         yield f"{given}; without prior_markdown they fit."
     else:
         yield (
-            f"{given}. The always-kept facts and other fields with no body take {report['base']:,}, "
-            f"which leaves a room of {report['room']:,}. Of it {report['reserve']:,} are reserved "
-            f"for bodies: the lesser of the code's floor, {report['floor']:,}, and of all bodies "
-            f"that the tokens allow, {report['all_bodies']:,}."
+            f"{given}. The always-kept facts and other fields with no body take "
+            f"{report['base']:,}, which leaves a room of {report['room']:,}. "
+            f"Of it {reserved(report)}."
         )
         yield from body_reasons(parts, report["symbols"], "the code's share of the budget")
+
+
+def reserved(report: Report) -> str:
+    """Return how much of the room is held free for bodies, and why so much, in JSON characters."""
+    if report["reserve"] <= 0:
+        cause = "there is none" if report["all_bodies"] <= 0 else "the code floor comes to nothing"
+        return f"nothing is reserved for bodies: {cause}"
+    return (
+        f"{report['reserve']:,} are reserved for bodies: the lesser of the code floor's part, "
+        f"{report['floor']:,}, and of all bodies that the tokens allow, {report['all_bodies']:,}"
+    )
 
 
 def api_warnings(report: Report) -> Iterator[str]:

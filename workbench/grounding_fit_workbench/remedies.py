@@ -88,7 +88,7 @@ def readable(exact: float, stretch: Stretch) -> float:
 def turn_floor(case: Case, found: list[FloorRange]) -> None:
     """Try the code floor: for a block the nearest one below, for a body above, else the other."""
     by_tokens = case.is_body and case.report["symbols"]["stopped_by"] == "tokens"
-    if len(found) == 1 or by_tokens or not case.is_body and case.report["reserve"] <= 0:
+    if len(found) == 1 or by_tokens or (not case.is_body and case.report["reserve"] <= 0):
         return  # it does nothing here
     now = float(case.page.parts.code_floor)
     ranges = [(each.least, each.most, each.report) for each in found]

@@ -8,8 +8,10 @@ from grounding_fit_workbench import reasons
 from grounding_fit_workbench.cases import Advice
 from grounding_fit_workbench.module import fit, tokens_of
 from grounding_fit_workbench.page_lines import Page
+from grounding_fit_workbench.palette import INKS
 from grounding_fit_workbench.pieces import (
     Bar,
+    Costs,
     Fitted,
     Report,
     Segment,
@@ -18,17 +20,11 @@ from grounding_fit_workbench.pieces import (
     fact_rows,
     fit_agent,
     fit_api,
+    shares_used,
     symbol_name,
 )
 from grounding_fit_workbench.remedies import advice
-from grounding_fit_workbench.terminal import (
-    INKS,
-    cell,
-    drawn,
-    print_entries,
-    say,
-    width,
-)
+from grounding_fit_workbench.terminal import cell, drawn, print_entries, say, width
 
 NAMED_SYMBOLS = 10  # of each outcome
 MOST_NAME = 60  # columns of a fact block's name
@@ -70,7 +66,7 @@ def print_bar(bar: Bar) -> None:
     for segment in [*bar.segments, Segment("free", "", free)]:
         sizes[segment.part] += segment.size
     cells = bar_cells(sizes.values(), scale)
-    print("".join(drawn(part, count) for part, count in zip(sizes, cells)))
+    print("".join(drawn(part, count) for part, count in zip(sizes, cells, strict=True)))
     legend = [
         (drawn(part), f"{INKS[part].meaning} {size:,}") for part, size in sizes.items() if size
     ]
@@ -79,16 +75,6 @@ def print_bar(bar: Bar) -> None:
         print(" " * start + "/" * (round(bar.room * scale) - start))
         legend.append(("/", f"{bar.reserved} {bar.reserve:,}"))
     print_entries(legend)
-
-
-def shares_used(facts: list[Report]) -> dict[str, tuple[int, float]]:
-    """Return the JSON characters used and the limit of each kind that has a share."""
-    used: dict[str, tuple[int, float]] = {}
-    for fact in facts:
-        if fact.get("share") is not None:
-            before, limit = used.get(fact["key"], (0, fact["share"]))
-            used[fact["key"]] = (before + fact["kept"] * (fact["text"] + fact["seeds"]), limit)
-    return used
 
 
 def print_shares(facts: list[Report], scale: float) -> None:
@@ -139,12 +125,12 @@ def print_row(mark: str, name: str, cells: str) -> None:
 def print_api(page: Page, fitted: Fitted) -> None:
     """Print what the API path made of a page, in tokens."""
     parts = page.parts
-    bar = api_bar(parts, fitted)
+    bar = api_bar(parts, fitted, Costs.of(parts))
     print_bar(bar)
     print_words(reasons.api_warnings(fitted.report), reasons.api_reasons(parts, fitted.report))
     print_row(INDENT, "fact block", f"{'':<14}{'tokens':>9}{'of':>9}")
     facts = [piece.index for piece in fitted.pieces if piece.part == "facts"]
-    sizes = dict(zip(facts, bar.segments))
+    sizes = dict(zip(facts, bar.segments, strict=False))
     whole = fitted.whole("facts", [block.text for block in parts.prose])
     for index, block in enumerate(parts.prose):
         size = sizes[index].size if index in sizes else 0
@@ -160,7 +146,7 @@ def print_agent(page: Page, fitted: Fitted, found: list[Advice]) -> None:
     """Print what the agent path made of a page, in JSON characters, and what would keep more."""
     report = fitted.report
     parts = page.parts
-    print_bar(agent_bar(parts, fitted))
+    print_bar(agent_bar(parts, fitted, Costs.of(parts)))
     facts = fact_rows(parts, report)
     print_shares(facts, width() / max(report["size"], report["cap"]))
     print_words(reasons.agent_warnings(parts, fitted), reasons.agent_reasons(parts, report))

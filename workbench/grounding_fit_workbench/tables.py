@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterable, Sequence
 
-from grounding_fit_workbench.budget_ranges import Range, Ranges, spans
+from grounding_fit_workbench.budget_ranges import Range, Ranges, fact_spans
 from grounding_fit_workbench.comparison import Comparison, Failed, PageRow
 from grounding_fit_workbench.difference import Diff, PageDiff, Prefix
 from grounding_fit_workbench.page_lines import Page
@@ -180,7 +180,7 @@ def print_ranges(page: Page, found: Ranges, most: int) -> None:
     for each in found.agent:
         left_out = [
             block.label()
-            for block, state in zip(page.parts.prose, each.facts)
+            for block, state in zip(page.parts.prose, each.facts, strict=True)
             if state == "left out"
         ]
         last = "on" if each.most is None else f"- {each.most:,}"
@@ -189,8 +189,8 @@ def print_ranges(page: Page, found: Ranges, most: int) -> None:
     print_table(["from", "", "bodies", "left out", ""], rows)
     print("\nAPI path, by token budget: where each fact block is whole, and where in part")
     for index, block in enumerate(page.parts.prose):
-        whole = spans(found.api, lambda each: each.facts[index] == "whole")
-        part = spans(found.api, lambda each: each.facts[index] == "cut")
+        whole = fact_spans(found.api, index, "whole")
+        part = fact_spans(found.api, index, "cut")
         say(f"{block.label()}: whole {few(whole, most)}; in part {few(part, most)}", "")
     if not found.cut_is_monotone:
         say("The host's cut keeps less for more tokens here and there; every number was tried.", "")

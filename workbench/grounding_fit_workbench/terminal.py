@@ -10,8 +10,9 @@ import textwrap
 import time
 import unicodedata
 from collections.abc import Callable, Iterable, Iterator, Sequence
-from dataclasses import dataclass
 from typing import TextIO, TypeVar
+
+from grounding_fit_workbench.palette import INKS
 
 LEAST_WIDTH = 40  # columns
 QUIET_SECONDS = 2.0  # of a run, before it shows how far it has come
@@ -19,27 +20,6 @@ LINE_SECONDS = 5.0  # between two lines of that where there is no terminal
 UNSEEN = re.compile(r"\x1b\[[0-9;]*m")  # what sets a colour
 NAME_WIDTH = 14  # of a table's last column, at the least
 Item = TypeVar("Item")
-
-
-@dataclass(frozen=True)
-class Ink:
-    """How a part of a bar is drawn: a letter, or on a terminal a colour by its number."""
-
-    letter: str
-    meaning: str
-    colour: int
-
-
-INKS = {
-    "other": Ink("O", "other fields", 97),
-    "facts": Ink("F", "facts", 32),
-    "seeds": Ink("S", "seeds of facts", 37),
-    "note": Ink("N", "note", 167),
-    "listing": Ink("L", "listing", 178),
-    "bodies": Ink("B", "bodies", 71),
-    "body seeds": Ink("C", "seeds of bodies", 65),
-    "free": Ink(".", "free", 238),
-}
 
 
 def width() -> int:
@@ -55,8 +35,8 @@ def has_colours() -> bool:
 def drawn(part: str, count: int = 1) -> str:
     """Return cells of a part: its letter, or its colour on a terminal."""
     ink = INKS[part]
-    if not has_colours() or not count:
-        return ink.letter * count
+    if not has_colours() or not count or part == "free":
+        return ink.letter * count  # room that is free has no colour: it is the terminal's ground
     return f"\x1b[48;5;{ink.colour}m{' ' * count}\x1b[0m"
 
 
@@ -125,7 +105,7 @@ def print_entries(entries: Iterable[tuple[str, str]], indent: str = "  ") -> Non
 
 
 def print_table(heads: Sequence[str], rows: Sequence[Sequence[str]]) -> None:
-    """Print cells to the right and, last in a row, a name; what is too wide goes below as another."""
+    """Print cells to the right and, last in a row, a name; what is too wide goes below it."""
     widths = [max(len(row[at]) for row in [heads, *rows]) + 2 for at in range(len(heads) - 1)]
     start = 0
     while start < len(widths):
@@ -149,14 +129,14 @@ def progress(
     to: TextIO | None = None,
     clock: Callable[[], float] = time.monotonic,
 ) -> Iterator[Item]:
-    """Yield items, and show after some seconds how many are done: in place, or in lines to a file."""
+    """Yield items, and show after a while how many are done: in place, or in lines to a file."""
     to = to or sys.stderr
     in_place = to.isatty()
     started = shown = clock()
     for count, item in enumerate(items, 1):
         yield item
         now = clock()
-        if now - started < QUIET_SECONDS or not in_place and now - shown < LINE_SECONDS:
+        if now - started < QUIET_SECONDS or (not in_place and now - shown < LINE_SECONDS):
             continue
         shown = now
         print(f"{count:,} of {total:,} {unit}", end="\r" if in_place else "\n", file=to, flush=True)

@@ -87,7 +87,9 @@ class Trial:
 
 def always_kept(block: fit.FactBlock, policy: fit.SectionBudget) -> bool:
     """Whether no cap leaves a block out."""
-    return block.text.startswith(fit._ALWAYS_KEPT) or block.key != "" and block.key in policy.first
+    return block.text.startswith(fit._ALWAYS_KEPT) or (
+        block.key != "" and block.key in policy.first
+    )
 
 
 def as_trials(trials: Iterable[str | Trial]) -> list[Trial]:
@@ -150,7 +152,7 @@ def read_word(word: str, changes: dict[str, Any]) -> None:
     """Add what a word changes; raise ValueError when it is none of WORDS, or told already."""
     knob, equals, text = word.partition("=")
     key, colon, kind = knob.partition(":")
-    if not equals or key not in READERS or bool(kind) != (key == "share") or colon and not kind:
+    if not equals or key not in READERS or bool(kind) != (key == "share") or (colon and not kind):
         known = "code_floor=, share:KIND=, first=, budget= or front=kept"
         raise ValueError(f"trial word {word!r}: expected {known}")
     read, expected = READERS[key]

@@ -1,0 +1,1 @@
+"""The pages for the browser: what they show, and what writes them."""

@@ -70,8 +70,6 @@ void set_error_of_exception(origin where) noexcept {
       set_error(where, error);
     } catch (const missing_key& error) {
       set_error(where, error);
-    } catch (const std::length_error&) {
-      PyErr_NoMemory();
     }
   } catch (const python_error_set&) {  // the error's own text could not be made
   } catch (const std::bad_alloc&) {

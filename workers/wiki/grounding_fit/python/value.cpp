@@ -21,7 +21,6 @@ kind kind_of_unusual(handle value) noexcept {
 
 bool unusual_is_missing(handle value) {
   switch (kind_of(value)) {
-    case kind::null: return true;
     case kind::boolean: return !truth_of(value);
     case kind::integer: return small_integer(value) == 0;  // zero is a small one
     case kind::real: return value_of_real(value) == 0.0;

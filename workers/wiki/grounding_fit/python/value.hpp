@@ -59,7 +59,7 @@ inline std::size_t size_of_array(handle array) noexcept {
   return static_cast<std::size_t>(Py_SIZE(array.get()));
 }
 
-bool unusual_is_missing(handle value);
+bool unusual_is_missing(handle value);  // neither null nor what is told apart below
 // True for null, false, 0, 0.0, and an empty text, array or object; and for an absent value (null
 // handle). Everything else counts as present. O(1).
 inline bool missing(handle value) {
