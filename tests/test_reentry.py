@@ -215,7 +215,7 @@ def child():
         see_them_end(again, calls)
         for size in STACKS:
             on_stack(size, see_them_end, again, calls)
-    on_stack(512, dive, 600)
+    on_stack(512, dive, 400)
 
 
 if __name__ == "__main__":

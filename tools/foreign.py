@@ -17,6 +17,8 @@ from trees import debootstrap
 ARCHITECTURES = {"aarch64": "arm64", "x86_64": "amd64"}
 SUITES = {"3.11": "bookworm", "3.13": "trixie", "3.14": "sid", "3.15": "sid"}
 START = """#!/bin/sh
+# No package was set up, so nothing is compiled yet; qemu would do that anew at every start.
+export PYTHONDONTWRITEBYTECODE= PYTHONPYCACHEPREFIX={root}/compiled
 exec qemu-{machine}-static -L {root} -0 "$0" {program} "$@"
 """
 
