@@ -261,7 +261,7 @@ class Command(UsualHost):
                 ["problems", self.file],
                 r"(?m)^wrong: parts.budget.shares\['digest'\]: expected a float",
             ),
-            (0, ["page", self.file, "crowded"], r"(?s)over the cap .* \+ a code floor from 0.2346"),
+            (0, ["page", self.file, "crowded"], r"(?s)no room .* \+ a code floor from 0.2346"),
             (2, ["page", self.file, "wrong"], "^$"),
             (0, ["ranges", self.file, "crowded"], r"(?m)^digest 0: whole [\d,]+ on; in part "),
         ]:

@@ -14,6 +14,9 @@ function tellHead() {
   document.title = title;
   fill("title", html("bdi", {}, title));
   fill("policy", lines.join("; "));
+  const { overview } = data;
+  byId("back").hidden = !overview;
+  fill("back", html("a", { href: overview }, "Policies over all pages"), "; this page is as saved");
 }
 
 function drawBars(shown) {
