@@ -20,11 +20,11 @@ script lists the pages behind a number and decides nothing:
 
 from __future__ import annotations
 
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from typing import Any
 
 from grounding_fit_workbench.browser.writer import shown, written
-from grounding_fit_workbench.cases import listed
+from grounding_fit_workbench.cases import counted, listed
 from grounding_fit_workbench.comparison import OVER, Comparison, PageRow, PolicyRow, Result
 from grounding_fit_workbench.trials import WORDS
 
@@ -67,7 +67,7 @@ def best_policies(found: Comparison) -> str:
         told.append(f"fewest fact blocks are left out with {beside(best)}")
     if fewest.left_out < best.left_out:
         names = [page.name for page in found.pages if page.by_policy[fewest.name].excess]
-        over = f"{len(names):,} {'page' if len(names) == 1 else 'pages'} over the cap"
+        over = f"{counted(len(names), 'page')} over the cap"
         fewer = "fewer still" if told else "fewer fact blocks are left out"
         told.append(f"{fewer} with {beside(fewest)}, but {over}: {listed(names)}")
     if most is not first:
@@ -85,16 +85,20 @@ def fact_blocks_left(row: PolicyRow) -> int:
 
 def beside(row: PolicyRow) -> str:
     """Return a policy's name, and what it changes beside the unchanged pages."""
-    won = counted_within(row.won, "won", row.won_within)
-    bodies_lost = counted_within(row.bodies_lost, "lost", row.bodies_lost_within)
-    bodies = f"bodies: {row.bodies_won:,} won, {bodies_lost}"
-    return f"{row.name} (fact blocks: {won}, {row.lost:,} lost; {bodies})"
+    told = [
+        *turned(row.won, "fact block", "won", row.won_within),
+        *turned(row.lost, "fact block", "lost", row.lost),
+        *turned(row.bodies_won, "body", "won", row.bodies_won),
+        *turned(row.bodies_lost, "body", "lost", row.bodies_lost_within),
+    ]
+    return f"{row.name} ({'; '.join(told)})"
 
 
-def counted_within(count: int, turned: str, within: int) -> str:
-    """Return how many were won or lost, and how many of them in answers within the cap."""
-    beyond = f" ({within:,} of them within the cap)" if within < count else ""
-    return f"{count:,} {turned}{beyond}"
+def turned(count: int, noun: str, how: str, within: int) -> Iterator[str]:
+    """Yield how many were won or lost, if any, and how many of them in answers within the cap."""
+    if count:
+        beyond = f", {within or 'none'} of them within the cap" if within < count else ""
+        yield f"{counted(count, noun)} {how}{beyond}"
 
 
 def present_policy(pages: list[PageRow]) -> str:
@@ -134,7 +138,9 @@ def kinds_data(found: Comparison, kinds: list[str]) -> list[list[Any]]:
     others = [kind for kind in given if kind not in kinds]
     rows = [[kind, given[kind], ""] for kind in kinds]
     staying = sum(given[kind] for kind in others)
-    return [*rows, ["stay with every policy", staying, listed(others)]] if kinds and others else rows
+    return (
+        [*rows, ["stay with every policy", staying, listed(others)]] if kinds and others else rows
+    )
 
 
 def result_data(page: PageRow, now: Result, first: Result) -> Data:

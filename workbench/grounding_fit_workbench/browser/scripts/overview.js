@@ -33,7 +33,7 @@ function changes({ won, lost, more, over }) {
 function unchanged({ outcome, over, left, bodies }) {
   if (outcome.startsWith("fits")) return [OUTCOMES[outcome]];
   const leftOut = line(`${number(left.length)} left out, `);
-  return [over && line(overBy(over)), leftOut, line(counted(bodies, "body", "bodies"))];
+  return [over > 0 && line(overBy(over)), leftOut, line(counted(bodies, "body", "bodies"))];
 }
 
 function blocks(page, name, indices) {
@@ -60,7 +60,7 @@ function opened(page, at) {
     bodies(more, names),
   ];
   const head = html("p", {}, `${policies[at].name}: of ${all}`);
-  const excess = over && html("p", {}, overBy(over), " JSON characters");
+  const excess = over > 0 && html("p", {}, overBy(over), " JSON characters");
   return [head, excess, html("div", { class: "blocks" }, ...lists)];
 }
 

@@ -16,7 +16,8 @@ function tellHead() {
   fill("policy", lines.join("; "));
   const { overview } = data;
   byId("back").hidden = !overview;
-  fill("back", html("a", { href: overview }, "Policies over all pages"), "; this page is as saved");
+  const link = html("a", { href: overview }, "Policies over all pages");
+  fill("back", link, "; this is one of them, as saved");
 }
 
 function drawBars(shown) {
