@@ -131,11 +131,11 @@ class PageData(UsualHost):
         lower = "code_floor=.1 (2 fact blocks won; 6 bodies lost)"
         for trials, said in [
             (["budget=100%"], "No other policy keeps more fact blocks, or more bodies."),
-            (["code_floor=.1"], f"Fewest fact blocks are left out with {lower}."),
+            (["code_floor=.1"], f"The fewest fact blocks are left out with {lower}."),
             (["first=digest,lone"], f"Fewer fact blocks are left out with {all_digests}"),
             (
                 ["first=digest,lone", "code_floor=.1"],
-                f"Fewest fact blocks are left out with {lower}; fewer still with {all_digests}",
+                f"The fewest fact blocks are left out with {lower}. Fewer still with {all_digests}",
             ),
         ]:
             told = overview_data(compare(some_pages(), trials))["said"]

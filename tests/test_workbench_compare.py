@@ -137,6 +137,11 @@ class Compare(UsualHost):
         self.assertIn("shares['digest']: expected a float or integer", told["failed"][0]["error"])
         self.assertEqual(told["pages"][0]["name"], "late")  # the only one over its cap
 
+    def test_a_page_without_symbols_is_not_one_that_lacks_bodies(self):
+        bare = Page("bare", "", {"text": "t"}, parts([], []), 9)
+        (row,) = compare([some_pages()[0], bare]).policies
+        self.assertEqual((row.fewest_bodies, row.without_bodies), (9, 0))
+
     def test_words_that_are_no_trial(self):
         for words, said in [
             ("", "expected words"),

@@ -59,8 +59,8 @@ def print_policies(found: Comparison) -> None:
     for at, row in enumerate(found.policies):
         if (row.won, row.bodies_lost) != (row.won_within, row.bodies_lost_within):
             say(
-                f"{at}: in answers within the cap, {row.won_within:,} of {row.won:,} blocks won and "
-                f"{row.bodies_lost_within:,} of {row.bodies_lost:,} bodies lost.",
+                f"{at}: in answers within the cap, {row.won_within:,} of {row.won:,} blocks won "
+                f"and {row.bodies_lost_within:,} of {row.bodies_lost:,} bodies lost.",
                 "",
             )
 

@@ -3,7 +3,7 @@
 overview_data returns all that the browser shows, and overview_text writes it into the page, whose
 script lists the pages behind a number and decides nothing:
 
-- `said`: in a sentence or two, what is left out, and which policies change most.
+- `said`: in a few sentences, what is left out, and which policies change most.
 - `words`: those of a trial, with what they change. `present`: the unchanged pages' own.
 - `policies`: of each its `name`, the pages by `outcomes`, the `median` of the bodies a page, the
   `fewest` on a page and the pages with `none`, the fact blocks `left` out, `won` and `lost`, the
@@ -21,6 +21,7 @@ script lists the pages behind a number and decides nothing:
 from __future__ import annotations
 
 from collections.abc import Callable, Iterator
+from operator import attrgetter
 from typing import Any
 
 from grounding_fit_workbench.browser.writer import shown, written
@@ -54,33 +55,25 @@ def unchanged(found: Comparison) -> str:
 
 
 def best_policies(found: Comparison) -> str:
-    """Return in a sentence which policies keep most, "" where there is no other one."""
+    """Return in sentences which policies keep most, "" where there is no other one."""
     first, *others = found.policies
     if not others:
         return ""
     safe = [row for row in found.policies if row.outcomes[OVER] <= first.outcomes[OVER]]
-    best = min(safe, key=fact_blocks_left)
-    fewest = min(found.policies, key=fact_blocks_left)
+    best = min(safe, key=attrgetter("left_out"))
+    fewest = min(found.policies, key=attrgetter("left_out"))
     most = max(safe, key=lambda row: row.bodies_change)
     told = []
     if best is not first:
-        told.append(f"fewest fact blocks are left out with {beside(best)}")
+        told.append(f"The fewest fact blocks are left out with {beside(best)}.")
     if fewest.left_out < best.left_out:
         names = [page.name for page in found.pages if page.by_policy[fewest.name].excess]
         over = f"{counted(len(names), 'page')} over the cap"
-        fewer = "fewer still" if told else "fewer fact blocks are left out"
-        told.append(f"{fewer} with {beside(fewest)}, but {over}: {listed(names)}")
+        fewer = "Fewer still" if told else "Fewer fact blocks are left out"
+        told.append(f"{fewer} with {beside(fewest)}, but {over}: {listed(names)}.")
     if most is not first:
-        told.append(f"most bodies stand with {beside(most)}")
-    if not told:
-        return "No other policy keeps more fact blocks, or more bodies."
-    words = "; ".join(told)
-    return f"{words[0].upper()}{words[1:]}."
-
-
-def fact_blocks_left(row: PolicyRow) -> int:
-    """Return how many fact blocks a policy leaves out."""
-    return row.left_out
+        told.append(f"The most bodies stand with {beside(most)}.")
+    return " ".join(told) or "No other policy keeps more fact blocks, or more bodies."
 
 
 def beside(row: PolicyRow) -> str:
