@@ -73,7 +73,9 @@ class Browsed(harness.UsualHost):
         FOLDER.mkdir(parents=True, exist_ok=True)
         cls.pages = every_page()
         for name, page in cls.pages.items():
-            cls.written(name, page_text(page_data(page, [f"<b>{name}</b>", "policy"])))
+            cls.written(
+                name, page_text(page_data(page, [f"<b>{name}</b>", "policy"], "index.html"))
+            )
         found = compare(some_pages(), TRIALS)
         cls.written("index", overview_text(found, lambda page: f"{page.name.strip('<i>')}.html"))
         cls.found = found
@@ -212,8 +214,20 @@ class Browsed(harness.UsualHost):
         listed = self.value("document.querySelector('#policy-rows .opened').innerText")
         counts = [int(line.split()[-2]) for line in listed.splitlines()[1:] if line.strip()]
         self.assertEqual(sum(counts), lost)
-        self.value("document.querySelector('#policy-rows .opened a').click()")
-        self.browser.wait_for("document.getElementById('agent-total')?.textContent")
+        results = [next(iter(page.by_policy.values())) for page in self.found.pages[:2]]
+        over, fitted = (
+            self.value(f"document.querySelector('#page-{at} td').innerText") for at in (0, 1)
+        )
+        self.assertEqual(over.split("\n")[0], f"over the cap by {results[0].excess:,}")
+        self.assertEqual(fitted.split()[:3], [str(len(results[1].left_out)), "left", "out,"])
+        self.follow("#policy-rows .opened a")
+        self.assertIn("JSON characters", self.text("agent-total"))
+        self.follow("#back a")
+        self.assertEqual(self.value(ROWS.format("policy-rows")), len(self.found.policies))
+
+    def follow(self, link):
+        """Open the page that a link leads to; no question is under way while the old one goes."""
+        self.browser.open(self.value(f"document.querySelector('{link}').href"))
         self.assertEqual(self.value("document.documentElement.dataset.checks"), "ok")
 
 

@@ -50,10 +50,11 @@ class PageData(UsualHost):
         self.assertEqual([agent["outcome"], agent["size"]], [report["outcome"], report["size"]])
         self.assertEqual([*agent["left"]], left)
         for at in left:
-            short, told_as, *_ = data["states"]["refusals"][agent["left"][at]]
-            verdict, _ = data["states"]["sentences"][told_as]
+            short, sentence, *_ = data["states"]["refusals"][agent["left"][at]]
+            verdict, _ = data["states"]["sentences"][sentence]
             fact = report["facts"][at]
-            self.assertEqual((short, verdict), (fact["short_by"], fact["verdict"]))
+            told_as = {"over the cap": "no room"}.get(fact["verdict"], fact["verdict"])
+            self.assertEqual((short, verdict), (fact["short_by"], told_as))
         self.assertEqual(agent["note"], answer.get("truncated", "") if "note" in report else "")
         self.assertEqual(api["size"], MEASURE(text))
         self.assertEqual(api["bodies"], told["symbols"]["bodies"])
@@ -112,4 +113,30 @@ class PageData(UsualHost):
                 labels = sorted(row["labels"][at] for at in told["left"])
                 self.assertEqual(labels, sorted(result.left_out))
             self.assertEqual(row["href"], f"{page.number}.html")
+        given = sum(count for _, count, _ in data["kinds"])
+        self.assertEqual(given, sum(len(page.labels) for page in found.pages))
+        crowded = next(row for row in data["pages"] if row["name"] == "crowded")
+        names = [result["names"] for result in crowded["results"]]
+        self.assertEqual(names[:3], ["", "s6, s7, s8", "s5, s6, s7, 1 more"])
+        budgets = [page.budget for page in some_pages()]
+        told = f"code_floor=0.35, shares of its page type, no first, budget={min(budgets)} to "
+        self.assertEqual(data["present"], f"as saved: {told}{max(budgets):,}")
         self.assertEqual([name for name, _ in data["failed"]], ["wrong"])
+
+    def test_the_headline_names_first_what_puts_no_more_pages_over_the_cap(self):
+        all_digests = (
+            "first=digest,lone (8 fact blocks won, none of them within the cap; "
+            "9 bodies lost, none of them within the cap), but 2 pages over the cap: late, crowded."
+        )
+        lower = "code_floor=.1 (2 fact blocks won; 6 bodies lost)"
+        for trials, said in [
+            (["budget=100%"], "No other policy keeps more fact blocks, or more bodies."),
+            (["code_floor=.1"], f"The fewest fact blocks are left out with {lower}."),
+            (["first=digest,lone"], f"Fewer fact blocks are left out with {all_digests}"),
+            (
+                ["first=digest,lone", "code_floor=.1"],
+                f"The fewest fact blocks are left out with {lower}. Fewer still with {all_digests}",
+            ),
+        ]:
+            told = overview_data(compare(some_pages(), trials))["said"]
+            self.assertEqual(told.partition("one answer is over the cap. ")[2], said)

@@ -108,7 +108,22 @@ class Compare(UsualHost):
             )
             kinds = policy["kinds"].values()
             self.assertEqual(sum(kind["left_out"] for kind in kinds), sum(map(len, left_out)))
+            within = [one["outcome"] != "over the cap" for one in now]
+            self.assertEqual(
+                policy["won_within_cap"],
+                sum(len(a - b) for a, b, fits in zip(first, left_out, within, strict=True) if fits),
+            )
+            pairs = zip(bodies_of["unchanged"], bodies_of[policy["name"]], strict=True)
+            lost = [max(0, was - stand) for was, stand in pairs]
+            self.assertEqual(
+                (policy["bodies_lost"], policy["bodies_lost_within_cap"]),
+                (sum(lost), sum(count for count, fits in zip(lost, within, strict=True) if fits)),
+            )
             bodies = sorted(bodies_of[policy["name"]])
+            self.assertEqual(
+                (policy["fewest_bodies"], policy["pages_without_bodies"]),
+                (bodies[0], bodies.count(0)),
+            )
             self.assertEqual(policy["median_bodies"], (bodies[1] + bodies[2]) / 2)
             self.assertEqual(policy["bodies_change"], sum(bodies) - sum(bodies_of["unchanged"]))
             outcomes = [one["outcome"] for one in now]
@@ -121,6 +136,11 @@ class Compare(UsualHost):
         self.assertEqual([one["name"] for one in told["failed"]], ["wrong"])
         self.assertIn("shares['digest']: expected a float or integer", told["failed"][0]["error"])
         self.assertEqual(told["pages"][0]["name"], "late")  # the only one over its cap
+
+    def test_a_page_without_symbols_is_not_one_that_lacks_bodies(self):
+        bare = Page("bare", "", {"text": "t"}, parts([], []), 9)
+        (row,) = compare([some_pages()[0], bare]).policies
+        self.assertEqual((row.fewest_bodies, row.without_bodies), (9, 0))
 
     def test_words_that_are_no_trial(self):
         for words, said in [
@@ -226,7 +246,7 @@ class Command(UsualHost):
         self.assertEqual(ended, 1)
         self.assertIn("FAILED: line 6: name: expected a string", out)
         self.assertRegex(out, r"FAILED: wrong: unchanged: TypeError: explain_page_context\(\):\s")
-        self.assertRegex(out, r"(?m)^ *\d+ \d+b OVER .* late$")
+        self.assertRegex(out, r"(?m)^ *\d+ \d+b OVER by 10,164 .* late$")
         wanted = compare(load_pages(self.file), [TRIALS[0]]).as_json()
         wanted["failed"].append({"name": "line 6", "error": wanted["failed"][0]["error"]})
         read = json.loads(told.read_text())
@@ -261,7 +281,7 @@ class Command(UsualHost):
                 ["problems", self.file],
                 r"(?m)^wrong: parts.budget.shares\['digest'\]: expected a float",
             ),
-            (0, ["page", self.file, "crowded"], r"(?s)over the cap .* \+ a code floor from 0.2346"),
+            (0, ["page", self.file, "crowded"], r"(?s)no room .* \+ a code floor from 0.2346"),
             (2, ["page", self.file, "wrong"], "^$"),
             (0, ["ranges", self.file, "crowded"], r"(?m)^digest 0: whole [\d,]+ on; in part "),
         ]:

@@ -51,6 +51,12 @@ def listed(labels: list[str]) -> str:
     return ", ".join(named)
 
 
+def counted(count: int, noun: str) -> str:
+    """Return a number with its noun, of which there may be many."""
+    many = "bodies" if noun == "body" else f"{noun}s"
+    return f"{count:,} {noun if count == 1 else many}"
+
+
 def changes_told(won: list[str], lost: list[str], bodies: int, besides: str = "") -> list[str]:
     """Return in words which blocks are kept now and were not, or the other way, and bodies more."""
     told = []
@@ -59,8 +65,7 @@ def changes_told(won: list[str], lost: list[str], bodies: int, besides: str = ""
     if lost:
         told.append(f"loses {listed(lost)}")
     if bodies:
-        noun = "body" if abs(bodies) == 1 else "bodies"
-        told.append(f"{abs(bodies):,} {noun} {'more' if bodies > 0 else 'fewer'}")
+        told.append(f"{counted(abs(bodies), 'body')} {'more' if bodies > 0 else 'fewer'}")
     return told
 
 

@@ -26,6 +26,7 @@ from grounding_fit_workbench.trials import Trial
 from grounding_fit_workbench.workers import lines_of, over_pages
 
 Made = TypeVar("Made")
+OVERVIEW = "index.html"
 
 
 def write(file: Path, text: str) -> None:
@@ -145,7 +146,7 @@ def write_overview(found: Comparison, folder: Path, done: dict[int, Failed | Non
     def link(page: PageRow) -> str:
         return "" if done[page.number] else page_file(page.number)
 
-    write(folder / "index.html", overview_text(found, link))
+    write(folder / OVERVIEW, overview_text(found, link))
 
 
 def write_page(number: int, page: Page | Refused, *, folder: Path) -> tuple[int, Failed | None]:
@@ -153,7 +154,7 @@ def write_page(number: int, page: Page | Refused, *, folder: Path) -> tuple[int,
     if isinstance(page, Refused):
         return number, None
     try:
-        text = page_text(page_data(page, head_of(page)))
+        text = page_text(page_data(page, head_of(page), OVERVIEW))
         (folder / page_file(number)).write_text(text, "utf-8")
     except Exception as error:  # the host's utilities may raise anything
         return number, Failed(page.name, f"{type(error).__name__}: {error}")

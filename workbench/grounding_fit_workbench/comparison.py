@@ -1,4 +1,4 @@
-"""Other policies over all pages: what each makes of every page, beside the pages as they are.
+"""Other policies over all pages: what each makes of every page, beside the unchanged ones.
 
 Only the agent path is asked: policies are for it alone.
 """
@@ -12,7 +12,8 @@ from typing import Any
 from grounding_fit_workbench.module import fit
 from grounding_fit_workbench.page_files import Refused
 from grounding_fit_workbench.page_lines import Page
-from grounding_fit_workbench.trials import Trial, as_trials
+from grounding_fit_workbench.pieces import symbol_name
+from grounding_fit_workbench.trials import Trial, as_trials, present_words
 
 OVER = "over the cap"
 OUTCOMES = ("fits", "fits without prior_markdown", "rebuilt", OVER)
@@ -28,17 +29,24 @@ class Result:
     size: int  # JSON characters of the answer
     blocks: frozenset[int]  # those left out, by their index in the unchanged page
 
+    @property
+    def excess(self) -> int:
+        """Return by how many JSON characters the answer is over the cap."""
+        return max(0, self.size - fit._PAGE_CONTEXT_MAX_CHARS)
+
 
 @dataclass(frozen=True)
 class PageRow:
-    """A page under each policy, by the policy's name; the page as it is comes first."""
+    """A page under each policy, by the policy's name; the unchanged page comes first."""
 
     number: int  # of the page among those compared, or of its line, from 1
     name: str
     by_policy: dict[str, Result]
     kinds: list[str]  # of its fact blocks: the key, or else the label
     labels: list[str]  # of its fact blocks
-    symbols: int
+    symbols: list[str]  # their names, best first
+    budget: int  # tokens of the unchanged page
+    words: dict[str, str]  # of the unchanged page's policy, by knob
 
     def changes(self, policy: str) -> tuple[int, int, int]:
         """Return the blocks won and lost, and how many more bodies stand, beside the first row."""
@@ -85,6 +93,15 @@ class PolicyRow:
     lost: int = 0
     bodies_won: int = 0
     bodies_lost: int = 0
+    won_within: int = 0  # of the fact blocks won, those in answers within the cap
+    bodies_lost_within: int = 0  # of the bodies lost, those missing in answers within the cap
+    fewest_bodies: int = 0  # on a page that has symbols
+    without_bodies: int = 0  # pages that have symbols
+
+    @property
+    def left_out(self) -> int:
+        """Return how many fact blocks are left out of all pages together."""
+        return sum(kind.left_out for kind in self.kinds.values())
 
     @property
     def bodies_change(self) -> int:
@@ -100,6 +117,14 @@ class Comparison:
     pages: list[PageRow]
     failed: list[Failed]
 
+    def kinds_left_out(self) -> list[str]:
+        """Return the kinds of fact blocks that some policy leaves out, most left out first."""
+        most = {
+            kind: max(row.kinds[kind].left_out for row in self.policies)
+            for kind in self.policies[0].kinds
+        }
+        return sorted(filter(most.__getitem__, most), key=lambda kind: (-most[kind], kind))
+
     def as_json(self) -> dict[str, Any]:
         """Return what `json.dumps` takes."""
         return {
@@ -110,7 +135,7 @@ class Comparison:
 
 
 def compare(pages: Iterable[Page | Refused], trials: Iterable[str | Trial] = ()) -> Comparison:
-    """Fit all pages with each policy, and as they are.
+    """Fit all pages with each policy, and unchanged.
 
     Trials are told in words, such as `code_floor=.2`. A page that fails stops no other.
     """
@@ -131,7 +156,9 @@ def tried_on(number: int, page: Page | Refused, *, trials: Sequence[Trial]) -> P
             return Failed(page.name, f"{trial.name}: {type(error).__name__}: {error}")
     labels = [block.label() for block in page.parts.prose]
     kinds = [block.key or label for block, label in zip(page.parts.prose, labels, strict=True)]
-    return PageRow(number, page.name, results, kinds, labels, len(page.parts.blocks))
+    symbols = [symbol_name(page.parts, rank) for rank in range(len(page.parts.blocks))]
+    words = present_words(page)
+    return PageRow(number, page.name, results, kinds, labels, symbols, page.budget, words)
 
 
 def result_of(page: Page, trial: Trial) -> Result:
@@ -170,6 +197,9 @@ def policy_row(name: str, pages: list[PageRow]) -> PolicyRow:
         row.lost += lost
         row.bodies_won += max(0, bodies)
         row.bodies_lost += max(0, -bodies)
+        if not result.excess:
+            row.won_within += won
+            row.bodies_lost_within += max(0, -bodies)
         for index, kind in enumerate(page.kinds):
             counted = row.kinds.setdefault(kind, Kind())
             counted.given += 1
@@ -177,6 +207,9 @@ def policy_row(name: str, pages: list[PageRow]) -> PolicyRow:
     bodies_of = sorted(page.by_policy[name].bodies for page in pages)
     middle = bodies_of[(len(pages) - 1) // 2 : len(pages) // 2 + 1]
     row.median_bodies = sum(middle) / len(middle) if middle else 0
+    with_symbols = [page.by_policy[name].bodies for page in pages if page.symbols]
+    row.fewest_bodies = min(with_symbols, default=0)
+    row.without_bodies = with_symbols.count(0)
     return row
 
 
@@ -190,6 +223,11 @@ def policy_json(row: PolicyRow) -> dict[str, Any]:
         "won": row.won,
         "lost": row.lost,
         "bodies_change": row.bodies_change,
+        "won_within_cap": row.won_within,
+        "bodies_lost": row.bodies_lost,
+        "bodies_lost_within_cap": row.bodies_lost_within,
+        "fewest_bodies": row.fewest_bodies,
+        "pages_without_bodies": row.without_bodies,
     }
 
 

@@ -11,12 +11,13 @@ from typing import NoReturn
 from grounding_fit_workbench.terminal import safe
 from grounding_fit_workbench.trials import WORDS, Trial, as_trials
 
+WORDS_HELP = "\n".join(f"{word:<21}{meaning}" for word, meaning in WORDS.items())
 TRIAL_HELP = f"""\
 A TRIAL is another policy, in words separated by blanks, which a name and a colon may stand before:
 
   --try "code_floor=.2 share:digest=.25"    --try "low: code_floor=.1"
 
-{WORDS}"""
+{WORDS_HELP}"""
 
 
 def readable(text: str) -> Path:

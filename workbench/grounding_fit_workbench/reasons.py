@@ -42,6 +42,11 @@ def in_words(told: Told) -> str:
     return sentence.format(*(each if isinstance(each, str) else f"{each:,}" for each in values))
 
 
+def verdict_words(fact: Report) -> str:
+    """Return a block's verdict; what is "over the cap" with it is an answer that was not given."""
+    return "no room" if fact["verdict"] == "over the cap" else str(fact["verdict"])
+
+
 def fact_reason(fact: Report, report: Report) -> str:
     """Return what a block lacked that was left out, in JSON characters; "" for one that stays."""
     return in_words(refusal(fact, report))
@@ -56,22 +61,21 @@ def refusal(fact: Report, report: Report) -> Told:
     if fact["kept"] or short is None:
         return "", []
     seeds = fact["citable_seeds"]
-    values: list[int | str] = []
-    reason = "with it the answer would not leave the room that is reserved for bodies"
+    values: list[int | str] = [short]
+    reason = "beside what is reserved for bodies, by {}"
     if report["reserve"] <= 0:
-        reason = "with it the answer would pass its cap, and nothing is reserved for bodies"
+        reason = "by {}, though nothing is reserved for bodies"
     enough = "it would fit"
     if fact["verdict"] == "over its share":
         seeds = fact["seeds"] - QUOTES
-        values = [fact["key"], fact["share_used"], math.floor(fact["share"])]
-        reason = "{} blocks before it have used {} of the {} of their share"
+        values = [short, fact["key"], fact["share_used"], math.floor(fact["share"])]
+        reason = "by {}: {} blocks before it have used {} of the {} of their share"
         enough = "it would be within the share"
     if not seeds:
-        return f"{reason}; it is {{}} over", [*values, short]
+        return reason, values
     if short <= seeds:
         return f"{reason}; without its {{}} of seeds {enough}", [*values, seeds]
-    told = f"{reason}; even without its {{}} of seeds it is {{}} over"
-    return told, [*values, seeds, short - seeds]
+    return f"{reason}; even without its {{}} of seeds, by {{}}", [*values, seeds, short - seeds]
 
 
 def api_reasons(parts: fit.GroundingParts, report: Report) -> Iterator[str]:

@@ -138,7 +138,7 @@ def turn_share(case: Case) -> None:
     last = steps[-1][1] if steps else case.report
     fact = last["facts"][case.index]
     if fact["verdict"] == "over the cap":
-        failed = f"a larger share for {kind!r} does not do: it is over the cap"
+        failed = f"a larger share for {kind!r} does not do: there is no room"
     else:
         failed = f"refused even if {kind!r} had the whole room"
         fact = {"short_by": fact["share_used"] + fact["text"] + fact["seeds"] - room}

@@ -172,7 +172,7 @@ def print_fact(fact: Report, report: Report) -> None:
     """Print the row of a fact block of an answer, and why it was left out."""
     ink = drawn("facts") if fact["kept"] else " "
     mark = "*" if fact["verdict"] in ("always kept", "kept first") else " "
-    cells = f"{fact['verdict']:<14}{fact['text']:>9,}{fact['seeds']:>9,}"
+    cells = f"{reasons.verdict_words(fact):<14}{fact['text']:>9,}{fact['seeds']:>9,}"
     short = ""
     if not fact["kept"]:
         short = "unknown" if fact["short_by"] is None else f"{fact['short_by']:,}"

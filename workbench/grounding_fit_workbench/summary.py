@@ -70,7 +70,7 @@ def beside(parts: fit.GroundingParts, before: Reports, now: Reports) -> str:
     text = changes_of_text(before[1], now[1])
     nothing = ["nothing changes"]
     return (
-        f"Beside the page as it is: for an agent, {'; '.join(answer or nothing)}; "
+        f"Beside the page as saved: for an agent, {'; '.join(answer or nothing)}; "
         f"for the API, {'; '.join(text or nothing)}."
     )
 
@@ -87,7 +87,10 @@ def changes_of_answer(parts: fit.GroundingParts, before: Report, now: Report) ->
     everything = {"bodies": len(parts.blocks)}
     was, stand = (report.get("symbols", everything)["bodies"] for report in (before, now))
     told = changes_told(won, lost, stand - was)
-    return told + [f"{now['outcome']} now"] * (before["outcome"] != now["outcome"])
+    if before["outcome"] != now["outcome"]:
+        excess = now["size"] - now["cap"]
+        told.append(f"{now['outcome']}{f' by {excess:,}' if excess > 0 else ''} now")
+    return told
 
 
 def changes_of_text(before: Report, now: Report) -> list[str]:

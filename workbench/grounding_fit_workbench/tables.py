@@ -46,10 +46,9 @@ def print_policies(found: Comparison) -> None:
     heads = ["", *OUTCOME_HEADS, "median", "left", "won", "lost", "bodies", "policy"]
     rows = []
     for at, row in enumerate(found.policies):
-        left_out = sum(kind.left_out for kind in row.kinds.values())
         changes = [signed(row.won), signed(-row.lost), signed(row.bodies_change)]
         outcomes = [f"{count:,}" for count in row.outcomes.values()]
-        cells = [str(at), *outcomes, f"{row.median_bodies:,.1f}", f"{left_out:,}", *changes]
+        cells = [str(at), *outcomes, f"{row.median_bodies:,.1f}", f"{row.left_out:,}", *changes]
         rows.append([*cells, row.name])
     print_table(heads, rows)
     say(
@@ -57,16 +56,19 @@ def print_policies(found: Comparison) -> None:
         "lost: fact blocks left out, and won and lost.",
         "",
     )
+    for at, row in enumerate(found.policies):
+        if (row.won, row.bodies_lost) != (row.won_within, row.bodies_lost_within):
+            say(
+                f"{at}: in answers within the cap, {row.won_within:,} of {row.won:,} blocks won "
+                f"and {row.bodies_lost_within:,} of {row.bodies_lost:,} bodies lost.",
+                "",
+            )
 
 
 def print_kinds(found: Comparison, most: int) -> None:
     """Print how many blocks of each kind are left out, those first that suffer most."""
     policies = found.policies
-    kinds = sorted(
-        policies[0].kinds,
-        key=lambda kind: (-max(row.kinds[kind].left_out for row in policies), kind),
-    )
-    kinds = [kind for kind in kinds if any(row.kinds[kind].left_out for row in policies)]
+    kinds = found.kinds_left_out()
     if not kinds:
         return
     print("\nFact blocks left out, by kind and policy")
@@ -98,7 +100,7 @@ def page_cells(page: PageRow) -> list[str]:
         told = " ".join(filter(None, changed)) or "="
         if at == 0:
             told = SHORT.get(result.outcome, f"{len(result.left_out)} {result.bodies}b")
-        cells.append(told + " OVER" * (result.outcome == "over the cap"))
+        cells.append(told + (f" OVER by {result.excess:,}" if result.excess else ""))
     return cells
 
 
@@ -111,7 +113,7 @@ def print_pages(found: Comparison, most: int) -> None:
     print_more(len(found.pages), most)
     say(
         "0: fact blocks left out, and bodies. The others: blocks lost (-) and won (+), and bodies "
-        "fewer or more (b); = as in 0. OVER: the answer is over its cap.",
+        "fewer or more (b); = as in 0. OVER: over the cap, by so many JSON characters.",
         "",
     )
 

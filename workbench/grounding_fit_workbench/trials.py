@@ -12,12 +12,13 @@ from grounding_fit_workbench.page_lines import Page
 
 UNCHANGED = "unchanged"  # the name of the pages as they were saved
 MOST_TOKENS = 2**63 - 1
-WORDS = """\
-code_floor=NUMBER    the fraction of the room that code can count on, from 0 to 1
-share:KIND=NUMBER    the fraction of the room that blocks of a kind may cost; none: no limit
-first=KIND,KIND      the kinds that stay whatever else must go, in place of the policy's own
-budget=TOKENS        the token budget; 110%: so much of each page's own
-front=kept           the blocks that always stay are moved to the front"""
+WORDS = {
+    "code_floor=NUMBER": "the fraction of the room held free for bodies while facts are chosen",
+    "share:KIND=NUMBER": "the fraction of the room that blocks of a kind may cost; none: no limit",
+    "first=KIND,KIND": "the kinds that stay whatever else must go, in place of the policy's own",
+    "budget=TOKENS": "the token budget, which limits the bodies; 110%: so much of each page's own",
+    "front=kept": "the blocks that always stay are moved to the front",
+}
 
 
 @dataclass(frozen=True)
@@ -83,6 +84,17 @@ class Trial:
         policy = self.policy(parts.budget)
         made = fit.GroundingParts(prose, parts.blocks, parts.files, floor, policy)
         return replace(page, parts=made, budget=self.tokens(page.budget))
+
+
+def present_words(page: Page) -> dict[str, str]:
+    """Return by knob the words of the trial that would change nothing of a page's policy."""
+    policy = page.parts.budget
+    shares = [f"share:{kind}={share}" for kind, share in policy.shares.items()]
+    return {
+        "code_floor": f"code_floor={page.parts.code_floor}",
+        "share": " ".join(shares) or "no share",
+        "first": f"first={','.join(map(str, policy.first))}" if policy.first else "no first",
+    }
 
 
 def always_kept(block: fit.FactBlock, policy: fit.SectionBudget) -> bool:

@@ -3,8 +3,8 @@
 All that the browser shows is worked out here, by calls of the module. page_data returns it, and
 page_text writes it into the page, whose script draws it and decides nothing:
 
-- `head`: the lines above the page. `cap`: in JSON characters. `own`: the page's `budget` in tokens
-  and its `floor`.
+- `head`: the lines above the page. `overview`: the file that leads to it, "" for none. `cap`: in
+  JSON characters. `own`: the page's `budget` in tokens and its `floor`.
 - `facts`: a row for each block: `label`, `key`, `cost` (what counts for its share: text and seeds),
   `adds` (what they add to an answer) and `tokens`; `always`, the verdict if it stays on the agent
   path whatever comes; `empty`, where it has no text; `advice`; and `runs`, the budgets with which
@@ -85,8 +85,8 @@ def advice_data(found: Advice) -> Data:
     return {"what": found.what, "changes": changes, "refused": found.refused}
 
 
-def page_data(page: Page, head: list[str]) -> Data:
-    """Return all that the browser shows of a page."""
+def page_data(page: Page, head: list[str], overview: str = "") -> Data:
+    """Return all that the browser shows of a page; overview: the file to lead back to."""
     costs = Costs.of(page.parts)
     found = ranges(page)
     found_floors = floors(page)
@@ -99,6 +99,7 @@ def page_data(page: Page, head: list[str]) -> Data:
     budgets = [state["budget"] for state in states["budgets"]]
     data = {
         "head": head,
+        "overview": overview,
         "cap": fit._PAGE_CONTEXT_MAX_CHARS,
         "own": {"budget": page.budget, "floor": digits_of(float(page.parts.code_floor))},
         "facts": facts,

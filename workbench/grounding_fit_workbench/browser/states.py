@@ -1,6 +1,6 @@
 """The states that the knobs of a page go through: each fitted by the module, and kept in the page.
 
-A knob is turned from the page as it is, so the other knob then has the page's own value. There are
+A knob is turned from the page as saved, so the other knob then has the page's own value. There are
 MOST_BUDGETS and MOST_FLOORS states at most. Where more would differ, those stay that are nearest to
 the page's own, and with each state stands how far it reaches.
 """
@@ -207,7 +207,7 @@ class States:
     def refusal(self, fact: Data, report: Data) -> int:
         """Return why a block was left out: by how much, verdict and sentence, and its values."""
         sentence, values = reasons.refusal(fact, report)
-        told = self.sentences.number([fact["verdict"], sentence])
+        told = self.sentences.number([reasons.verdict_words(fact), sentence])
         return self.refusals.number([fact["short_by"], told, *values])
 
     def api_data(self, page: Page, fitted: Fitted) -> Data:

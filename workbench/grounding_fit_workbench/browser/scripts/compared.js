@@ -5,5 +5,6 @@ export const data = JSON.parse(byId("data").textContent);
 
 export function nameOf({ name, href }) {
   const content = html("bdi", {}, name);
-  return href ? html("a", { href, class: "stop", tabindex: -1 }, content) : content;
+  const title = "the page as saved";
+  return href ? html("a", { href, title, class: "stop", tabindex: -1 }, content) : content;
 }

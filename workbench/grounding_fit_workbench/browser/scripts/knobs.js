@@ -52,7 +52,7 @@ function tell() {
   tellKnob("budget");
   if (knobs.floor.length) tellKnob("floor");
   const reach = shown.knob === "budget" ? reachOfBudget(shown) : reachOfFloor(shown);
-  fill("beside", shown.beside || "This is the page as it is.");
+  fill("beside", shown.beside || "This is the page as saved.");
   fill("reach", reach);
   byId("reset").disabled = isOwn();
   for (const listener of listeners) listener(shown);

@@ -5,35 +5,35 @@ import { byId, fill, html } from "./dom.js";
 import { Rows } from "./rows.js";
 import { showKinds, showPolicies } from "./totals.js";
 import { better, worse } from "./turns.js";
-import { counted, number } from "./words.js";
+import { breakable, counted, number, signed } from "./words.js";
 
 const { failed, pages, policies } = data;
-const OUTCOMES = { fits: "as given", "fits without prior_markdown": "without its old text" };
+const OUTCOMES = { fits: "fits", "fits without prior_markdown": "fits without its old text" };
 
+const overBy = (over) => html("b", { class: "lost" }, `over the cap by ${number(over)}`);
 const line = (...words) => html("span", { class: "line" }, ...words);
 
 // Better and worse beside the first policy, fact blocks and bodies each for themselves.
-function changes({ won, lost, more, outcome }) {
+function changes({ won, lost, more, over }) {
   const turned = more > 0 ? better : worse;
   const blocks = [
-    lost.length && worse(number(lost.length)),
-    won.length && better(number(won.length)),
+    lost.length && worse(signed(-lost.length)),
+    won.length && better(signed(won.length)),
   ].filter(Boolean);
   const lines = [
-    outcome === "over the cap" && [html("b", { class: "lost" }, "over the cap")],
+    over && [overBy(over)],
     blocks.length && [...blocks, lost.length + won.length === 1 ? "block" : "blocks"],
-    more && [turned(number(Math.abs(more))), Math.abs(more) === 1 ? "body" : "bodies"],
+    more && [turned(signed(more)), Math.abs(more) === 1 ? "body" : "bodies"],
   ];
   const told = lines.filter(Boolean).map((words) => line(...words.flatMap((word) => [word, " "])));
   return told.length ? told : [html("span", { class: "faint" }, "=")];
 }
 
-// What a page is as it is; of a page that is rebuilt, what stands and what does not.
-function asItIs({ outcome, left, bodies }) {
+// What a page is unchanged; of a page that is rebuilt, what stands and what does not.
+function unchanged({ outcome, over, left, bodies }) {
   if (outcome.startsWith("fits")) return [OUTCOMES[outcome]];
-  const over = outcome === "over the cap" && html("b", { class: "line lost" }, outcome);
   const leftOut = line(`${number(left.length)} left out, `);
-  return [over, leftOut, line(counted(bodies, "body", "bodies"))];
+  return [over > 0 && line(overBy(over)), leftOut, line(counted(bodies, "body", "bodies"))];
 }
 
 function blocks(page, name, indices) {
@@ -43,17 +43,25 @@ function blocks(page, name, indices) {
   return html("div", {}, head, html("ul", {}, ...items));
 }
 
+function bodies(more, names) {
+  if (!more) return "";
+  const head = html("b", {}, `Bodies ${more > 0 ? "won" : "lost"} ${number(Math.abs(more))}`);
+  return html("div", {}, head, html("p", {}, html("bdi", {}, names)));
+}
+
 function opened(page, at) {
-  const { won, lost, left } = page.results[at];
+  const { won, lost, left, over, more, names } = page.results[at];
   const others = left.filter((index) => !lost.includes(index));
   const all = counted(page.labels.length, "fact block", "fact blocks");
   const lists = [
     blocks(page, "Lost", lost),
     blocks(page, "Won", won),
     blocks(page, at ? "Left out as before" : "Left out", others),
+    bodies(more, names),
   ];
   const head = html("p", {}, `${policies[at].name}: of ${all}`);
-  return [head, html("div", { class: "blocks" }, ...lists)];
+  const excess = over > 0 && html("p", {}, overBy(over), " JSON characters");
+  return [head, excess, html("div", { class: "blocks" }, ...lists)];
 }
 
 function rowOf(page, index) {
@@ -68,8 +76,8 @@ function rowOf(page, index) {
     head: () => [nameOf(page)],
     cells: () =>
       page.results.map((result, at) => {
-        const told = at ? changes(result) : asItIs(result);
-        const some = result.left.length || result.won.length;
+        const told = at ? changes(result) : unchanged(result);
+        const some = result.left.length || result.won.length || result.more;
         return some ? table.opener(row, String(at), ...told) : told;
       }),
     opened: (what) => opened(page, Number(what)),
@@ -86,7 +94,7 @@ const table = new Rows("page", {
     "loses blocks": isAny(({ lost }) => lost.length),
     "wins blocks": isAny(({ won }) => won.length),
     "loses bodies": isAny(({ more }) => more < 0),
-    "over the cap": isAny(({ outcome }) => outcome === "over the cap"),
+    "over the cap": isAny(({ over }) => over),
     all: () => true,
   },
   orders: {
@@ -97,7 +105,10 @@ const table = new Rows("page", {
 });
 
 fill("said", data.said);
-fill("marks", better("better"), ", ", worse("worse"), ", = the same.");
+fill("marks", better("+ is won"), ", ", worse("− is lost"), ", = is the same.");
+const wordRow = ([word, meaning]) =>
+  html("div", {}, html("dt", {}, breakable(word)), html("dd", {}, meaning));
+fill("trial-words", ...data.words.map(wordRow));
 showPolicies();
 showKinds();
 byId("kinds").hidden = !data.kinds.length;

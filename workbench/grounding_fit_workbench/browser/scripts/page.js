@@ -14,6 +14,10 @@ function tellHead() {
   document.title = title;
   fill("title", html("bdi", {}, title));
   fill("policy", lines.join("; "));
+  const { overview } = data;
+  byId("back").hidden = !overview;
+  const link = html("a", { href: overview }, "Policies over all pages");
+  fill("back", link, "; this is one of them, as saved");
 }
 
 function drawBars(shown) {

@@ -4,19 +4,19 @@ import { html, strip, svg } from "./dom.js";
 import { data, nameOf } from "./compared.js";
 import { Table } from "./table.js";
 import { better, worse } from "./turns.js";
-import { counted, number } from "./words.js";
+import { counted, number, signed } from "./words.js";
 
 const HALF = 60; // the width of one side of a balance, in its own units
 const COLUMNS = [
   "Policy",
   "Over the cap",
   "Rebuilt",
-  "Without its old text",
-  "As given",
+  "Fits without its old text",
+  "Fits",
   "Fact blocks left out",
   "Fact blocks lost, won",
   "Bodies lost, won",
-  "Median bodies a page",
+  "Bodies a page, median",
 ];
 const { kinds, pages, policies } = data;
 
@@ -42,6 +42,7 @@ function numbersOf(policy, at) {
     counts(at, "won", policy.won, ({ won }) => won.length, "won"),
     counts(at, "bodies lost", policy.bodies[1], more(-1), "bodies lost"),
     counts(at, "bodies won", policy.bodies[0], more(1), "bodies won"),
+    counts(at, "none", policy.none, ({ none }) => Number(none), ""),
   ];
 }
 
@@ -66,8 +67,9 @@ function beside({ count }, first) {
   return html("small", {}, told);
 }
 
-// What is lost on the left, what is won on the right, on one scale for all policies.
-function balance(table, row, lost, won, most) {
+// What is lost on the left, what is won on the right, on one scale for all policies; below it, of
+// one of them, what of it is within the cap.
+function balance(table, row, [lost, won, most], counted, within) {
   const [down, up] = [lost, won].map(({ count }) => (HALF * count) / Math.max(1, most));
   const drawing = strip(
     "balance",
@@ -77,10 +79,17 @@ function balance(table, row, lost, won, most) {
     svg("line", { x1: HALF, x2: HALF, y1: 0, y2: 12, class: "middle" }),
   );
   const ends = [
-    opens(table, row, lost, worse(number(lost.count))),
-    opens(table, row, won, better(number(won.count))),
+    opens(table, row, lost, worse(signed(-lost.count))),
+    opens(table, row, won, better(signed(won.count))),
   ];
-  return [drawing, html("span", { class: "ends" }, ...ends)];
+  const told = `${number(within)} of ${number(counted.count)} ${counted.what} within the cap`;
+  const note = within < counted.count && html("small", {}, told);
+  return [drawing, html("span", { class: "ends" }, ...ends), note];
+}
+
+function fewest(table, row, policy, none) {
+  if (!none.count) return [`fewest ${number(policy.fewest)}`];
+  return ["fewest 0, on ", opens(table, row, none, counted(none.count, "page", "pages"))];
 }
 
 export function showPolicies() {
@@ -89,17 +98,18 @@ export function showPolicies() {
   const mostBodies = Math.max(...policies.flatMap(({ bodies }) => bodies));
   const numbers = policies.map(numbersOf);
   const rows = policies.map((policy, at) => {
-    const [over, rebuilt, without, given, left, lost, won, fewer, more] = numbers[at];
+    const [over, rebuilt, without, fits, left, lost, won, fewer, more, none] = numbers[at];
+    const [wonWithin, fewerWithin] = policy.within;
     const row = {
       id: `policy-${at}`,
-      head: () => [policy.name, at ? "" : html("small", {}, "the pages as they are")],
+      head: () => [policy.name, at ? "" : html("small", {}, data.present)],
       cells: () => [
         opens(table, row, over, worse(number(over.count))),
-        ...[rebuilt, without, given].map((each) => opens(table, row, each)),
+        ...[rebuilt, without, fits].map((each) => opens(table, row, each)),
         [opens(table, row, left), beside(left, numbers[0][4])],
-        at ? balance(table, row, lost, won, most) : "",
-        at ? balance(table, row, fewer, more, mostBodies) : "",
-        number(policy.median),
+        at ? balance(table, row, [lost, won, most], won, wonWithin) : "",
+        at ? balance(table, row, [fewer, more, mostBodies], fewer, fewerWithin) : "",
+        [number(policy.median), html("small", {}, ...fewest(table, row, policy, none))],
       ],
       opened: (what) => listed(numbers[at].find((each) => each.what === what)),
     };
@@ -110,14 +120,14 @@ export function showPolicies() {
 
 export function showKinds() {
   const table = new Table("kind", ["Kind", "Given", ...policies.map(({ name }) => name)], "grid");
-  const rows = kinds.map(([kind, given], place) => {
+  const rows = kinds.map(([kind, given, about], place) => {
     const numbers = policies.map((policy, at) => {
       const ofKind = ({ left }, page) => left.filter((index) => page.kinds[index] === place).length;
       return counts(at, `${kind} ${at}`, policy.kinds[place], ofKind, "left out");
     });
     const row = {
       id: `kind-${place}`,
-      head: () => [html("bdi", {}, kind)],
+      head: () => [html("bdi", {}, kind), about && html("small", {}, html("bdi", {}, about))],
       cells: () => [
         number(given),
         ...numbers.map((each) => [opens(table, row, each), beside(each, numbers[0])]),

@@ -1,10 +1,5 @@
-// Better and worse, told apart by a mark and a word as well as by colour.
+// Better and worse: the sign or word in it tells them apart as well as the colour.
 import { html } from "./dom.js";
 
-function marked(mark, word, look, content) {
-  const unseen = html("span", { class: "unseen" }, `${word}: `);
-  return html("span", { class: look }, html("i", { "aria-hidden": "true" }, mark), unseen, content);
-}
-
-export const better = (content) => marked("▲\u00a0", "better", "kept", content);
-export const worse = (content) => marked("▼\u00a0", "worse", "lost", content);
+export const better = (content) => html("span", { class: "kept" }, content);
+export const worse = (content) => html("span", { class: "lost" }, content);

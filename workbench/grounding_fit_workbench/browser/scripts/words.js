@@ -2,6 +2,8 @@
 
 export const number = (value) => (value === null ? "unknown" : value.toLocaleString("en-US"));
 
+export const signed = (count) => `${count < 0 ? "−" : "+"}${number(Math.abs(count))}`;
+
 export const counted = (count, one, many) => `${number(count)} ${count === 1 ? one : many}`;
 
 export function spokenRun([from, to]) {
