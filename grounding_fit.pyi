@@ -119,8 +119,8 @@ class _SymbolRecord(TypedDict, total=False):
     related: _Array[_Related] | None
     has_tests: bool | None
 
-# A host's own TypedDict is accepted with whatever keys it has beside this one. A type with more keys
-# would refuse a TypedDict that lacks any of them, so what they hold is not checked.
+# A host's own TypedDict is accepted with whatever keys it has beside this one. A type with more
+# keys would refuse a TypedDict that lacks any of them, so what they hold is not checked.
 class _Named(TypedDict):
     fqn: str
 
