@@ -1,4 +1,4 @@
-// What a rebuilt answer is made of: a `part` for each fact, each body and each listed line.
+// A rebuilt answer, and what it is made of: a `part` for each fact, each body and each listed line.
 //
 // An answer that is tried is measured and not built: its size is a sum over its parts, and building
 // is a walk over the same parts. Each value is read and sized once, when an answer first needs it,
@@ -6,8 +6,10 @@
 #pragma once
 
 #include <array>
+#include <optional>
+#include <span>
 
-#include "answer_capping/json_measure.hpp"
+#include "answer_capping/original_answer.hpp"
 #include "token_fitting/grounding_assembly.hpp"
 
 namespace grounding_fit {
@@ -182,6 +184,67 @@ class page_symbols {
   path_names norm_;
   std::vector<symbol> symbols_;
   std::size_t names_read_ = 0, cited_read_ = 0;
+};
+
+// ---- answers that are tried ---------------------------------------------------------------------
+
+enum class bodies { none, within_tokens };
+
+// An answer that is put together fact by fact: measured here, or by the `size` that a caller hands
+// to _fit_prose. A size above its limit may be a lower bound.
+class candidate {
+ public:
+  // The size with these facts and no others, and the symbols' lines or bodies beside them.
+  virtual std::int64_t size_of(std::span<const std::size_t> facts, bodies show,
+                               size_limit limit) = 0;
+  // The size with the facts kept so far, one more, and no body.
+  virtual std::int64_t size_with(std::size_t fact, size_limit limit) = 0;
+  virtual void keep(std::size_t fact) = 0;
+
+ protected:
+  ~candidate() = default;
+};
+
+// The answers that a page's fact and symbol blocks can make: their sizes, and the one that is
+// built.
+class rebuilt_answer final : public candidate {
+ public:
+  rebuilt_answer(const py::module_state& state, const original_answer& original, page_facts& facts,
+                 page_symbols& symbols);
+
+  std::int64_t size_of(std::span<const std::size_t> facts, bodies show, size_limit limit) override;
+  std::int64_t size_with(std::size_t fact, size_limit limit) override;
+  void keep(std::size_t fact) override;
+
+  // With the facts kept, and a note of that many characters, as JSON.
+  std::int64_t size(code_amount code, std::int64_t note_chars, size_limit limit);
+  py::owned build(code_amount code, py::handle note) {
+    std::vector<part_sizes>{{}}.swap(bodies_);  // the answer can have their memory
+    return build_of(kept_, code, note);
+  }
+
+ private:
+  using positions = std::span<const std::size_t>;
+
+  code_amount code_of(bodies show) const {
+    return symbols_.with_lines(show == bodies::none ? 0 : symbols_.within_tokens());
+  }
+  // What the bodies and lines of some code add, which is read from the host when it is new.
+  part_sizes sizes_of(code_amount code, precision how);
+  // The size of an answer with these facts and that code. `which` names the facts, for the check of
+  // sizes alone.
+  std::int64_t total(part_sizes facts, code_amount code, std::int64_t note_chars, precision how,
+                     positions which);
+  py::owned build_of(positions facts, code_amount code, py::handle note);
+
+  new_answer around_;  // what is carried over
+  page_facts& facts_;
+  page_symbols& symbols_;
+  std::vector<std::size_t> kept_;
+  part_sizes kept_sizes_;
+  std::vector<part_sizes> bodies_{{}};  // what the first n bodies add, at index n
+  std::optional<code_amount> sized_;    // the code that code_sizes_ is of
+  part_sizes code_sizes_;
 };
 
 }  // namespace grounding_fit

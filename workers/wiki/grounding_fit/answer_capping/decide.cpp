@@ -6,7 +6,6 @@
 #include <cmath>
 #include <map>
 
-#include "answer_capping/rebuilt_answer.hpp"
 #include "grounding_model/policies.hpp"
 
 namespace grounding_fit {

@@ -53,23 +53,6 @@ struct fact_choice {
   std::vector<fact_decision> facts;  // one a fact block, in reading order
 };
 
-enum class bodies { none, within_tokens };
-
-// An answer that is put together fact by fact: measured here, or by the `size` that a caller hands
-// to _fit_prose. A size above its limit may be a lower bound.
-class candidate {
- public:
-  // The size with these facts and no others, and the symbols' lines or bodies beside them.
-  virtual std::int64_t size_of(std::span<const std::size_t> facts, bodies show,
-                               size_limit limit) = 0;
-  // The size with the facts kept so far, one more, and no body.
-  virtual std::int64_t size_with(std::size_t fact, size_limit limit) = 0;
-  virtual void keep(std::size_t fact) = 0;
-
- protected:
-  ~candidate() = default;
-};
-
 // Steps 4 and 5 of docs/fitting.md.
 fact_choice choose_facts(const py::module_state& state, grounding_parts parts, page_facts& facts,
                          candidate& answer, measuring how);

@@ -1,4 +1,4 @@
-#include "answer_capping/rebuilt_answer.hpp"
+#include "answer_capping/note.hpp"
 
 #include "python/make.hpp"
 
