@@ -26,7 +26,7 @@ struct part_sizes {
   }
   // Of the three fields, when there is nothing else in them.
   std::int64_t total() const {
-    return 2 + texts.joined(k_blank_line.size()) + names.bracketed() + seeds.bracketed();
+    return 2 + texts.joined(k_blank_line.json_size()) + names.bracketed() + seeds.bracketed();
   }
 };
 
@@ -146,7 +146,7 @@ class page_symbols {
   static part heading() {
     part made;
     made.text = k_listed_heading;
-    made.sizes.texts.add(k_listed_heading.size());
+    made.sizes.texts.add(k_listed_heading.json_size());
     return made;
   }
   // A symbol by its line: no seed.
@@ -187,6 +187,8 @@ class page_symbols {
 };
 
 // ---- answers that are tried ---------------------------------------------------------------------
+
+inline constexpr std::size_t k_placeholder_chars = 600;  // stand in for the note meanwhile
 
 enum class bodies { none, within_tokens };
 

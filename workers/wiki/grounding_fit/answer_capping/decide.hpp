@@ -34,7 +34,7 @@ struct fact_decision {
   fact_verdict verdict = fact_verdict::undecided;
   std::optional<double> share;  // the most that its kind may cost, where there is a limit
   std::int64_t share_used = 0;  // of that, by blocks before it
-  std::int64_t tried = 0;       // the answer with it and no body, where the cap was asked
+  std::int64_t tried = 0;       // the answer with it and no body, or a bound above its limit
 };
 
 // The room of an answer, and what of it is reserved for code. A floor may be of any size: a host

@@ -10,8 +10,6 @@
 
 namespace grounding_fit {
 
-inline constexpr std::int64_t k_answer_max_chars = 40000;  // the cap of an answer
-
 // An exact size, or a lower bound that reads no text and no digits, since a text takes at least its
 // own length. Both refuse the same values.
 enum class precision { exact, bound };

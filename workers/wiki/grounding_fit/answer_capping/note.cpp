@@ -43,7 +43,7 @@ void describe_note(Out&& out, std::span<const note_item> named, std::size_t item
 std::int64_t cap_note_size(std::span<const note_item> named, std::size_t items, note_end end) {
   struct {
     std::int64_t size = 0;
-    void operator()(const json_literal& text) { size += text.size(); }
+    void operator()(const json_literal& text) { size += text.json_size(); }
     void operator()(const note_item& item) { size += item.size; }
     void operator()(std::int64_t number) {
       size += static_cast<std::int64_t>(std::to_string(number).size());

@@ -10,8 +10,7 @@
 
 namespace grounding_fit {
 
-inline constexpr std::size_t k_note_items = 6;           // items left out that a note names
-inline constexpr std::size_t k_placeholder_chars = 600;  // stand in for the note in a candidate
+inline constexpr std::size_t k_note_items = 6;  // items left out that a note names
 
 enum class note_end {
   plain,            // after the items

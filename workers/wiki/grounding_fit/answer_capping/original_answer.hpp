@@ -8,6 +8,8 @@
 
 namespace grounding_fit {
 
+inline constexpr std::int64_t k_answer_max_chars = 40000;  // the cap of an answer, as JSON
+
 // The fields that a capped answer rebuilds, in their order.
 inline constexpr py::key k_fitted_fields[] = {py::key::grounding, py::key::symbols,
                                               py::key::citation_seeds};

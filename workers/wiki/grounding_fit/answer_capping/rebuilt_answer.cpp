@@ -1,4 +1,4 @@
-#include "answer_capping/note.hpp"
+#include "answer_capping/answer_parts.hpp"
 
 #include "python/make.hpp"
 

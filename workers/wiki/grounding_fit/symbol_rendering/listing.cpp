@@ -94,7 +94,7 @@ void listed_line::write(text_builder& to) const {
 std::int64_t listed_line::escaped_length() const {
   struct {
     std::int64_t size = 0;
-    void operator()(const json_literal& text) { size += text.size(); }
+    void operator()(const json_literal& text) { size += text.json_size(); }
     void operator()(text_view text) { size += grounding_fit::escaped_length(text); }
     void operator()(const py::integer& number) {
       size += static_cast<std::int64_t>(number.length());

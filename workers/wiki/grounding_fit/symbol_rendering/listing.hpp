@@ -28,7 +28,7 @@ class listed_line {
     to.add(k_line_feed);
     write(to);
   }
-  std::int64_t size_in_listing() const { return k_line_feed.size() + escaped_length(); }
+  std::int64_t size_in_listing() const { return k_line_feed.json_size() + escaped_length(); }
 
  private:
   static constexpr json_literal k_line_feed = "\n";

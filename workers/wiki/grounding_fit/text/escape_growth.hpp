@@ -33,7 +33,7 @@ class json_literal {
   consteval json_literal(const char16_t* wide) : text_(std::u16string_view(wide)) {
     for (; *wide != 0; ++wide) size_ += 1 + growth_of(*wide);
   }
-  constexpr std::int64_t size() const { return size_; }  // inside a JSON string
+  constexpr std::int64_t json_size() const { return size_; }  // inside a JSON string
   constexpr std::size_t length() const { return text_.length(); }
   constexpr operator text_view() const { return text_; }
 
