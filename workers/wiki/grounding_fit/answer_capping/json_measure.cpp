@@ -50,7 +50,7 @@ std::int64_t real_size(handle value, precision how) {
   switch (py::kind_of(value)) {
     case kind::text: return json_string_size(value, how);
     case kind::integer: return integer_size(value, how);
-    case kind::object: return size_of_object(py::new_ref(py::expect_dict(value).object()), how);
+    case kind::object: return size_of_object(py::expect_dict(value).new_ref(), how);
     case kind::array: return size_of_array(py::new_ref(value), how);
     case kind::null: return 4;
     case kind::boolean: return py::truth_of(value) ? 4 : 5;

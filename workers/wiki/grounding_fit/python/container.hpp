@@ -82,6 +82,10 @@ class dict {
     return static_cast<std::size_t>(PyDict_GET_SIZE(object_.get()));
   }
   handle object() const { return object_; }
+  owned new_ref() const noexcept {
+    Py_INCREF(object_.get());
+    return owned::steal_or_null(object_.get());
+  }
 
  private:
   static void expect_absent();  // throws when the look-up failed instead
