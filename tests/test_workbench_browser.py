@@ -4,12 +4,14 @@ import json
 import re
 from dataclasses import replace
 
+import harness  # loads the module before the workbench does
 from grounding_fit_workbench import Trial, compare
 from grounding_fit_workbench.browser.overview import overview_data, overview_text
 from grounding_fit_workbench.browser.page import page_data, page_text
 from grounding_fit_workbench.browser.writer import MOST_PACKED, packed
-from harness import HOST, UsualHost, fit
 from test_workbench_compare import TRIALS, some_pages
+
+HOST, UsualHost, fit = harness.HOST, harness.UsualHost, harness.fit
 
 MEASURE = HOST.modules()["workers.context_builder"].estimate_tokens
 

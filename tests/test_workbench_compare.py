@@ -10,6 +10,7 @@ import sys
 import tempfile
 from pathlib import Path
 
+import harness  # loads the module before the workbench does
 from grounding_fit_workbench import (
     Page,
     Trial,
@@ -21,8 +22,15 @@ from grounding_fit_workbench import (
     terminal,
 )
 from grounding_fit_workbench.command import run
-from harness import ROOT, UsualHost, find, fit, parts
 from test_workbench_ranges import crowded
+
+ROOT, UsualHost, find, fit, parts = (
+    harness.ROOT,
+    harness.UsualHost,
+    harness.find,
+    harness.fit,
+    harness.parts,
+)
 
 TRIALS = [
     "code_floor=.2",

@@ -1,5 +1,7 @@
 #include "answer_capping/note.hpp"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "answer_capping/json_measure.hpp"
@@ -118,7 +120,7 @@ Made left_out::with_items(code_amount code,
   if (cut) named.emplace_back(py::view_of(cut));
   const std::size_t items = named.size() + facts_;
   const std::size_t room = std::min(k_note_items - named.size(), named_facts_.size());
-  named.insert(named.end(), named_facts_.begin(), named_facts_.begin() + room);
+  std::copy_n(named_facts_.begin(), room, std::back_inserter(named));
   return make(named, items, end);
 }
 
