@@ -2,6 +2,7 @@
 
 import contextlib
 import errno
+import functools
 import io
 import json
 import os
@@ -135,7 +136,10 @@ class FitMany(unittest.TestCase):
                 os.mkfifo(pipe)
                 command = [*PROGRAM, "--repo", folder, "--workers", "1"]
                 streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE}
-                program = subprocess.Popen(command, env=ENV, start_new_session=True, **streams)
+                # Who was started in the background ignores interrupts, and passes that on.
+                heed = functools.partial(signal.signal, signal.SIGINT, signal.SIG_DFL)
+                options = {"start_new_session": True, "preexec_fn": heed, **streams}
+                program = subprocess.Popen(command, env=ENV, **options)
                 self.addCleanup(self.kill_group, program.pid)
                 writer = self.opened(pipe, program)
                 send(program.pid, signal.SIGINT)

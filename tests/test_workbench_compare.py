@@ -312,18 +312,12 @@ class Command(UsualHost):
 
         lines = self.file.read_text().splitlines(keepends=True)
         self.file.write_text("".join(lines * 8))
-        with_host = [
-            "--host",
-            "my_host",
-            "--workers",
-            "2",
-            "--json",
-            "told.json",
-            "--try",
-            TRIALS[2],
-        ]
-        done = command("compare", "pages", *with_host)
-        self.assertEqual((done.returncode, done.stderr), (1, ""))
+        with_host = "--host my_host --workers 2 --json told.json --try".split()
+        done = command("compare", "pages", *with_host, TRIALS[2])
+        self.assertRegex(
+            done.stderr, r"^([\d,]+ of [\d,]+ pages compared\n)*$"
+        )  # where the machine is slow
+        self.assertEqual(done.returncode, 1)
         wanted = compare(load_pages(self.file), [TRIALS[2]]).as_json()
         self.assertEqual(json.loads((self.folder / "told.json").read_text()), wanted)
         done = command("problems", "pages")
