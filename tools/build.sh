@@ -57,8 +57,7 @@ run_from_caller() {
   "$built/python" "$root/$1" "${@:2}"
 }
 
-# CTest 3.25 passes over an option that it does not know or that lacks its value, and then runs
-# every test; so it is given what each version of it knows.
+# CTest runs every test where an option is unknown or lacks its value, so it gets only known ones.
 ctest_takes() {
   while [ $# -gt 0 ]; do
     case $1 in
