@@ -1,12 +1,14 @@
-"""Lays out CPythons of other machines below the build folder: Debian's, unpacked, not installed.
+"""Lays out CPythons of Debian's below the build folder: unpacked, not installed.
 
-Each is a command that qemu runs, which is also what it starts again as `sys.executable`.
+Each is a command, which is also what it starts again as `sys.executable`. qemu runs those of other
+machines.
 
     python foreign.py MACHINE VERSION    # aarch64 3.11: prints the command
 
 Ends with status 77 where there is none.
 """
 
+import platform
 import shutil
 import sys
 from pathlib import Path
@@ -17,9 +19,9 @@ from trees import debootstrap
 ARCHITECTURES = {"aarch64": "arm64", "x86_64": "amd64"}
 SUITES = {"3.11": "bookworm", "3.13": "trixie", "3.14": "sid", "3.15": "sid"}
 START = """#!/bin/sh
-# No package was set up, so nothing is compiled yet; qemu would do that anew at every start.
+# No package was set up, so nothing is compiled yet, which would be done anew at every start.
 export PYTHONDONTWRITEBYTECODE= PYTHONPYCACHEPREFIX={root}/compiled
-exec qemu-{machine}-static -L {root} -0 "$0" {program} "$@"
+exec {run} "$0" {program} "$@"
 """
 
 
@@ -29,6 +31,15 @@ def unpack(made: Path) -> None:
     for package in sorted(packages, key=lambda each: not each.name.startswith("base-files_")):
         run("dpkg-deb", "-x", package, made)
         package.unlink()
+
+
+def runner(root: Path, machine: str) -> str:
+    """Return what runs a program of a tree, up to where the program's own name goes."""
+    if machine != platform.machine():
+        return f"qemu-{machine}-static -L {root} -0"
+    libraries = root / f"usr/lib/{machine}-linux-gnu"
+    [loader] = libraries.glob("ld-linux-*")  # the tree's, which knows its newer C library
+    return f"{loader} --library-path {libraries} --argv0"
 
 
 def start(root: Path, machine: str, version: str) -> Path:
@@ -41,8 +52,10 @@ def start(root: Path, machine: str, version: str) -> Path:
         shutil.copy(own, headers / f"python{version}/pyconfig.h")  # else it asks a compiler's paths
         program.parent.mkdir(exist_ok=True)
         command.rename(program)
-        command.write_text(START.format(machine=machine, root=root, program=program))
-        command.chmod(0o755)
+        command.touch(mode=0o755)
+    starts = START.format(root=root, run=runner(root, machine), program=program)
+    if command.read_text() != starts:  # as where the tree was moved
+        command.write_text(starts)
     return command
 
 

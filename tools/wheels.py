@@ -2,7 +2,7 @@
 
     python wheels.py sdist DIR                    # the archive, into DIR
     python wheels.py wheel DIR PYTHON             # a tested wheel of it for a CPython, into DIR
-    python wheels.py wheel DIR MACHINE VERSION    # the same for one of Debian's, which qemu runs
+    python wheels.py wheel DIR MACHINE VERSION    # the same for one of Debian's
     python wheels.py plan DIR MACHINE             # the steps that make all wheels
 
 The plan reads the CPythons that are here, a VERSION and a path a line.
@@ -112,9 +112,10 @@ def plan(target: Path, machine: str) -> None:
     if machine not in ARCHITECTURES:
         sys.exit(f"wheels: --platform is one of {', '.join(ARCHITECTURES)}, not {machine}")
     here = dict(line.split(" ", 1) for line in sys.stdin.read().splitlines())
-    needs = f"debootstrap qemu-{machine}-static:qemu-user-static"
+    needs = "debootstrap"
     if machine != platform.machine():
         here = {}
+        needs += f" qemu-{machine}-static:qemu-user-static"
         needs += f" {machine}-linux-gnu-g++:g++-{machine.replace('_', '-')}-linux-gnu"
     for version in VERSIONS:
         asked = [here[version]] if version in here else [machine, version]
@@ -134,8 +135,8 @@ def main() -> None:
     if what == "sdist":
         make_archive(tools, target)
         return
-    emulated = len(sys.argv) == 5
-    python = laid_out(*sys.argv[3:]) if emulated else sys.argv[3]
+    emulated = sys.argv[3] in ARCHITECTURES and sys.argv[3] != platform.machine()
+    python = laid_out(*sys.argv[3:]) if sys.argv[3] in ARCHITECTURES else sys.argv[3]
     with tempfile.TemporaryDirectory() as folder:
         work = Path(folder)
         run(python, "-m", "venv", "--without-pip", work / "venv")
