@@ -20,11 +20,8 @@ std::int64_t size_of_seed(const symbol_lines& lines) {
 }  // namespace
 
 void fitted_values::add(const part& each) {
-  if (each.line != nullptr) {
-    each.line->write_in_listing(listing_);
-  } else if (each.sizes.texts.count > 0) {
-    texts_.add(each.text);
-  }
+  if (each.text) texts_.add(*each.text);
+  if (each.line != nullptr) each.line->write_in_listing(listing_);
   if (each.name) names_.push_back(py::new_ref(each.name));
   for (const sized_seed& seed : each.seeds) {
     if (seed.citable) seeds_.push_back(py::new_ref(seed.value));
@@ -92,8 +89,10 @@ part page_facts::as_part(std::size_t i, precision how) {
     known.citable = citable;
   }
   part made;
-  made.text = py::view_of(block(i).text());
-  if (!made.text.empty()) made.sizes.texts.add(inner_size_once(made.text, how, known.text_size));
+  if (const text_view text = py::view_of(block(i).text()); !text.empty()) {
+    made.text = text;
+    made.sizes.texts.add(inner_size_once(text, how, known.text_size));
+  }
   made.seeds = known.seeds;
   made.sizes.seeds = known.citable;
   return made;

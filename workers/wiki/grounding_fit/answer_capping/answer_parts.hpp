@@ -38,8 +38,8 @@ struct sized_seed {
 
 // What one block adds to an answer, and what that takes.
 struct part {
-  text_view text;                     // after a blank line, or
-  const listed_line* line = nullptr;  // after a line feed
+  std::optional<text_view> text;      // after a blank line; none for a line or an empty fact
+  const listed_line* line = nullptr;  // after a line feed, under the heading
   py::handle name;                    // none for a fact
   std::span<const sized_seed> seeds;  // an answer shows the citable ones alone
   part_sizes sizes;
@@ -138,7 +138,7 @@ class page_symbols {
     symbol& shown = symbols_[i];
     part made = named(shown);
     made.text = py::view_of(shown.block.text);
-    made.sizes.texts.add(inner_size_once(made.text, how, shown.body_size));
+    made.sizes.texts.add(inner_size_once(*made.text, how, shown.body_size));
     made.seeds = {&shown.seed, 1};
     if (shown.seed.citable) made.sizes.seeds.add(shown.seed.size);
     return made;
@@ -149,12 +149,12 @@ class page_symbols {
     made.sizes.texts.add(k_listed_heading.json_size());
     return made;
   }
-  // A symbol by its line: no seed.
+  // A symbol by its line: no seed, and no text of its own.
   part line(std::size_t i) const {
     const symbol& listed = symbols_[i];
     part made = named(listed);
     made.line = &listed.line;
-    made.sizes.texts.size = listed.line_size;
+    made.sizes.texts.size = listed.line_size;  // with its line feed
     return made;
   }
   // Makes the seeds of so many bodies, which are measured without being made.
@@ -196,10 +196,11 @@ enum class bodies { none, within_tokens };
 // to _fit_prose. A size above its limit may be a lower bound.
 class candidate {
  public:
-  // The size with these facts and no others, and the symbols' lines or bodies beside them.
+  // The size with these facts and no others, beside the bodies that the tokens allow or none, and
+  // the lines of the symbols after them.
   virtual std::int64_t size_of(std::span<const std::size_t> facts, bodies show,
                                size_limit limit) = 0;
-  // The size with the facts kept so far, one more, and no body.
+  // The size with the facts kept so far, one more, lines, and no body.
   virtual std::int64_t size_with(std::size_t fact, size_limit limit) = 0;
   virtual void keep(std::size_t fact) = 0;
 
@@ -221,7 +222,7 @@ class rebuilt_answer final : public candidate {
   // With the facts kept, and a note of that many characters, as JSON.
   std::int64_t size(code_amount code, std::int64_t note_chars, size_limit limit);
   py::owned build(code_amount code, py::handle note) {
-    std::vector<part_sizes>{{}}.swap(bodies_);  // the answer can have their memory
+    std::vector<part_sizes>{{}}.swap(size_of_first_);  // the answer can have their memory
     return build_of(kept_, code, note);
   }
 
@@ -233,10 +234,10 @@ class rebuilt_answer final : public candidate {
   }
   // What the bodies and lines of some code add, which is read from the host when it is new.
   part_sizes sizes_of(code_amount code, precision how);
-  // The size of an answer with these facts and that code. `which` names the facts, for the check of
-  // sizes alone.
-  std::int64_t total(part_sizes facts, code_amount code, std::int64_t note_chars, precision how,
-                     positions which);
+  // The size of an answer with that code and facts that take `sum`. Only the check of sizes needs
+  // to know which facts they are.
+  std::int64_t total(part_sizes sum, code_amount code, std::int64_t note_chars, precision how,
+                     positions facts);
   py::owned build_of(positions facts, code_amount code, py::handle note);
 
   new_answer around_;  // what is carried over
@@ -244,8 +245,8 @@ class rebuilt_answer final : public candidate {
   page_symbols& symbols_;
   std::vector<std::size_t> kept_;
   part_sizes kept_sizes_;
-  std::vector<part_sizes> bodies_{{}};  // what the first n bodies add, at index n
-  std::optional<code_amount> sized_;    // the code that code_sizes_ is of
+  std::vector<part_sizes> size_of_first_{{}};  // what the first n bodies add, at index n
+  std::optional<code_amount> sized_;           // the code that code_sizes_ is of
   part_sizes code_sizes_;
 };
 

@@ -58,9 +58,9 @@ page_symbols symbols_of(page_fit& fit, const module_state& state, std::vector<sy
                         const fact_blocks& prose, std::int64_t budget) {
   const owned text = fact_text(prose);  // as large as all facts together, so released here
   fit.tokens = split_tokens(state, text, budget);
-  fit.within_tokens = keep_whole(state, blocks, fit.tokens.code);
+  fit.token_fit = keep_whole(state, blocks, fit.tokens.code);
   fit.symbols = blocks.size();
-  return page_symbols(state, std::move(blocks), fit.within_tokens.count);
+  return page_symbols(state, std::move(blocks), fit.token_fit.count);
 }
 
 // ---- 4. Base, room, floor and reserve -----------------------------------------------------------
@@ -145,9 +145,8 @@ fact_choice choose_facts(const module_state& state, grounding_parts parts, page_
     fact_decision& now = made.facts[i];
     facts.validate(i);
     const handle key = facts.block(i).key();
-    now.share = rules.share_of(key);
-    if (now.share) {
-      *now.share *= static_cast<double>(made.room.room);
+    if (const auto fraction = rules.share_of(key)) {
+      now.share = *fraction * static_cast<double>(made.room.room);
       now.share_used = used_by[py::view_of(key)];
     }
     now.verdict = decide_fact(now, facts, i, made.room, answer, how);
@@ -172,7 +171,7 @@ code_decision most_code(rebuilt_answer& answer, const page_symbols& symbols, mea
   const std::int64_t count = most(within_tokens, [&](std::int64_t n) {
     const code_amount tried = symbols.with_lines(static_cast<std::size_t>(n));
     const std::int64_t size = answer.size(tried, k_placeholder_chars, limit);
-    if (!fits(size)) code.refused_at = size;  // the bisection ends beside the last one refused
+    if (!fits(size)) code.with_next = size;  // the last that does not fit has one body too many
     return fits(size);
   });
   code.amount = symbols.with_lines(static_cast<std::size_t>(count));
@@ -203,7 +202,7 @@ void shrink_for_note(page_fit& fit, const left_out& items, rebuilt_answer& answe
     if (fits(fit.size) || amount == code_amount{}) return;
     if (amount.bodies > 0) {
       fit.code.stopped_by = body_stop::note;
-      fit.code.refused_at = fit.size;
+      fit.code.with_next = fit.size;
       amount = symbols.with_lines(amount.bodies - 1);
       ++fit.note.bodies_off;
     } else {

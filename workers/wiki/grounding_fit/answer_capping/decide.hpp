@@ -32,20 +32,23 @@ constexpr bool stays(fact_verdict what) {
 // What became of one fact block, and the numbers that decided it.
 struct fact_decision {
   fact_verdict verdict = fact_verdict::undecided;
-  std::optional<double> share;  // the most that its kind may cost, where there is a limit
+  std::optional<double> share;  // what its kind may cost at the most, where there is a limit
   std::int64_t share_used = 0;  // of that, by blocks before it
-  std::int64_t tried = 0;       // the answer with it and no body, or a bound above its limit
+  std::int64_t tried = 0;  // the answer with it and no body, or a bound that is above the limit
 };
 
 // The room of an answer, and what of it is reserved for code. A floor may be of any size: a host
 // may give any fraction.
 struct answer_room {
-  __int128 base = 0;        // the answer with the blocks that always stay, and no code body
-  __int128 room = 0;        // what the cap leaves beside it
-  double exact_floor = 0;   // the code's fraction of that
-  __int128 floor = 0;       // the same, truncated
-  __int128 all_bodies = 0;  // what the bodies that the tokens allow would add
-  __int128 reserve = 0;     // the smaller of the two, kept free while facts are chosen
+  // The answer with the blocks that always stay, no body, and the lines that stand in their place.
+  __int128 base = 0;
+  __int128 room = 0;       // what the cap leaves beside the base
+  double exact_floor = 0;  // code_floor times the room
+  __int128 floor = 0;      // the exact floor, truncated
+  // By how much the base grows when the bodies that the tokens allow take the place of their lines:
+  // below 0 where they are shorter.
+  __int128 all_bodies = 0;
+  __int128 reserve = 0;  // the smaller of floor and all_bodies: kept free while facts are chosen
 };
 
 struct fact_choice {
@@ -77,7 +80,7 @@ enum class body_stop {
 struct code_decision {
   code_amount amount;
   body_stop stopped_by = body_stop::nothing;
-  std::int64_t refused_at = 0;  // the answer with one body more, where the cap or the note stopped
+  std::int64_t with_next = 0;  // the answer with one body more, where the cap or the note stopped
 };
 
 struct note_decision {
@@ -100,9 +103,9 @@ struct page_fit {
   std::int64_t original_size = 0, size = 0;  // of the host's answer and of this one
   note_decision note;
 
-  token_split tokens;          // of the budget, between code and facts
-  whole_blocks within_tokens;  // the bodies that the code's tokens hold
-  std::size_t symbols = 0;     // in all
+  token_split tokens;       // of the budget, between code and facts
+  whole_blocks token_fit;   // the bodies that the code's tokens hold
+  std::size_t symbols = 0;  // in all
   fact_choice chosen;
   std::vector<fact_details> details;  // one a fact block, where all is measured
   code_decision code;
@@ -113,8 +116,8 @@ struct page_fit {
 page_fit fit_page_context(const py::module_state& state, py::handle result, grounding_parts parts,
                           std::int64_t budget, measuring how);
 
-// What it tells of its decisions: a plain object that can be logged as JSON, all sizes in JSON
-// characters. All must have been measured for the fit.
+// What a fit tells of its decisions: a plain object that can be logged as JSON, all sizes in JSON
+// characters. For a fit that was made with measuring::all.
 py::owned report_of(const page_fit& fit);
 std::vector<fact_details> details_of(page_facts& facts,
                                      const std::vector<fact_decision>& decisions);

@@ -69,14 +69,14 @@ owned fact_report(const fact_decision& fact, const fact_details& details, const 
 owned code_report(const page_fit& fit) {
   const code_decision& code = fit.code;
   object_builder report =
-      symbols_report(fit.symbols, fit.within_tokens.count, code.amount.bodies, code.amount.listed);
+      symbols_report(fit.symbols, fit.token_fit.count, code.amount.bodies, code.amount.listed);
   switch (code.stopped_by) {
     case body_stop::nothing: report.add("stopped_by", "nothing"); break;
-    case body_stop::tokens: add_token_stop(report, fit.tokens, fit.within_tokens); break;
+    case body_stop::tokens: add_token_stop(report, fit.tokens, fit.token_fit); break;
     case body_stop::cap:
     case body_stop::note:
       report.add("stopped_by", code.stopped_by == body_stop::cap ? "cap" : "note")
-          .add("short_by_characters", code.refused_at - k_answer_max_chars);
+          .add("short_by_characters", code.with_next - k_answer_max_chars);
   }
   return report.build();
 }

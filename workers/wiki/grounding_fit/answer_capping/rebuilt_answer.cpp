@@ -16,7 +16,7 @@ rebuilt_answer::rebuilt_answer(const py::module_state& state, const original_ans
 // ---- a sum over parts ---------------------------------------------------------------------------
 
 std::int64_t rebuilt_answer::size_of(positions facts, bodies show, size_limit limit) {
-  symbols_.read(code_of(bodies::none));  // the rules read what is listed before any seed
+  symbols_.read(code_of(bodies::none));  // a bad record is refused before a bad seed
   for (const std::size_t fact : facts) facts_.read_seeds(fact);
   part_sizes sum;
   for (const std::size_t fact : facts) sum += facts_.as_part(fact, precision::exact).sizes;
@@ -50,13 +50,13 @@ std::int64_t rebuilt_answer::size(code_amount code, std::int64_t note_chars, siz
 part_sizes rebuilt_answer::sizes_of(code_amount code, precision how) {
   if (sized_ == code) return code_sizes_;
   symbols_.read(code);
-  while (how == precision::exact && bodies_.size() <= code.bodies) {
-    part_sizes next = bodies_.back();
-    next += symbols_.body(bodies_.size() - 1, how).sizes;
-    bodies_.push_back(next);
+  while (how == precision::exact && size_of_first_.size() <= code.bodies) {
+    part_sizes next = size_of_first_.back();
+    next += symbols_.body(size_of_first_.size() - 1, how).sizes;
+    size_of_first_.push_back(next);
   }
-  const std::size_t counted = std::min(bodies_.size() - 1, code.bodies);
-  part_sizes sum = bodies_[counted];
+  const std::size_t counted = std::min(size_of_first_.size() - 1, code.bodies);
+  part_sizes sum = size_of_first_[counted];
   for (std::size_t i = counted; i < code.bodies; ++i) sum += symbols_.body(i, how).sizes;
   if (code.listed > 0) sum += symbols_.heading().sizes;
   for (std::size_t i = 0; i < code.listed; ++i) sum += symbols_.line(code.bodies + i).sizes;
@@ -67,16 +67,16 @@ part_sizes rebuilt_answer::sizes_of(code_amount code, precision how) {
   return sum;
 }
 
-std::int64_t rebuilt_answer::total(part_sizes facts, code_amount code, std::int64_t note_chars,
-                                   precision how, [[maybe_unused]] positions which) {
-  facts += sizes_of(code, how);
-  const std::int64_t size = around_.size() + facts.total() + note_chars;
+std::int64_t rebuilt_answer::total(part_sizes sum, code_amount code, std::int64_t note_chars,
+                                   precision how, [[maybe_unused]] positions facts) {
+  sum += sizes_of(code, how);
+  const std::int64_t size = around_.size() + sum.total() + note_chars;
 #ifdef GROUNDING_FIT_CHECK_SIZES
-  // A host that changes a record in the middle of the call makes the two differ, so that is an
-  // error of the call and no crash.
+  // The sum must be the size of what is built of the same parts. A host that changes a record in
+  // the middle of the call can make them differ, so that is an error of the call and no crash.
   const std::string note(static_cast<std::size_t>(note_chars), 'x');
   const owned text = py::new_text(std::string_view(note));
-  const std::int64_t built = json_meter().size_of(build_of(which, code, text));
+  const std::int64_t built = json_meter().size_of(build_of(facts, code, text));
   if (how == precision::exact ? size != built : size > built) {
     py::raise_size_mismatch(size, built);
   }

@@ -29,7 +29,7 @@ static_assert(std::size(k_utilities) == static_cast<std::size_t>(utility::count)
 constexpr const char* k_host_modules[] = {"workers.context_builder", "workers.wiki.repo_facts",
                                           "workers.wiki_types"};
 
-// Whether `value` is this dotted name, or that of a package above it.
+// Whether `value` is `dotted` or a package above it: "a" or "a.b" for "a.b".
 bool names_part_of(handle value, std::string_view dotted) {
   if (py::kind_of(value) != py::kind::text) return false;
   const text_view whole = dotted;

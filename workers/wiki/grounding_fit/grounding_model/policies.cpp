@@ -16,7 +16,7 @@ constexpr std::string_view k_document_first[] = {k_document};
 constexpr kind_share k_digest_quarter[] = {{k_digest, 0.25}};
 
 constexpr page_policy k_policies[] = {
-    // The one of every page type that has none of its own.
+    // For every page type without a policy of its own.
     {.page_type = "", .record = module_object::default_policy},
     // A guide keeps its README before the digests of other pages.
     {.page_type = "getting-started",

@@ -1,5 +1,4 @@
-// The values under some keys of an object, read in one walk over its members: a step of it takes a
-// third of the time of a look-up.
+// Reading many values of one object.
 #pragma once
 
 #include "python/make.hpp"
@@ -7,18 +6,19 @@
 
 namespace grounding_fit::py {
 
-// Of the keys from First to Last.
+// The values of an object under the keys from First to Last, in the order of the enumeration. They
+// are read in one walk over its members: a step of it takes a third of the time of a look-up.
 template <key First, key Last>
 class object_values {
  public:
   object_values(const module_state& state, dict object)
-      : state_(state), object_(object), plain_(object.size() <= 2 * k_count) {}
+      : state_(state), object_(object), by_walk_(object.size() <= 2 * k_count) {}
 
   // The value under a key, or an empty handle. It lives until code of the host's may run, or the
   // next one is asked for.
   handle operator[](key which) {
     if (!read_) read_all();
-    return plain_ ? handle(values_[at(which)]) : look_up(which);
+    return by_walk_ ? handle(values_[at(which)]) : look_up(which);
   }
   // Its text form, an empty text when the key is absent.
   owned text_form(key which) {
@@ -34,15 +34,12 @@ class object_values {
   void reread_after(handle value) {
     if (!is_plain_text(value) && !is_plain_integer(value)) reread();
   }
-  // Whether the values were read by a walk over plain texts, so that no code of the host's ran.
-  bool plain() const { return plain_; }
+  // Whether no code of the host's ran when a value was asked for: only look-ups may run some.
+  bool read_by_walk() const { return by_walk_; }
 
  private:
   static constexpr std::size_t at(key which) {
     return static_cast<std::size_t>(which) - static_cast<std::size_t>(First);
-  }
-  static constexpr key key_at(std::size_t i) {
-    return static_cast<key>(static_cast<std::size_t>(First) + i);
   }
   static constexpr std::size_t k_count = at(Last) + 1;
 
@@ -53,14 +50,14 @@ class object_values {
 
   [[gnu::noinline]] void read_all() {
     read_ = true;
-    if (!plain_) return;
+    if (!by_walk_) return;
     values_ = {};
     dict_walk members(object_);
     for (handle name, value; members.next(name, value);) {
       if (const auto which = state_.key_of(name)) {
         if (First <= *which && *which <= Last) values_[at(*which)] = item_ref_to(value);
       } else if (!is_interned(name)) {  // so it may be equal to one of the keys
-        plain_ = false;
+        by_walk_ = false;
         return;
       }
     }
@@ -70,7 +67,8 @@ class object_values {
   dict object_;
   std::array<item_ref, k_count> values_;
   owned looked_up_;
-  bool read_ = false, plain_;
+  bool read_ = false;
+  bool by_walk_;  // else by look-ups: it has many more members, or keys that are no interned texts
 };
 
 }  // namespace grounding_fit::py

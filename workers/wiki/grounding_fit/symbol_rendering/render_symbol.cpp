@@ -110,7 +110,7 @@ class block_writer : private value_writer {
     list(key::parameters, u"\nparams: ", [&](handle entry, auto&& separate) {
       py::object_values<key::name, key::type> parameter(state_, py::expect_dict(entry));
       const handle name = parameter[key::name];
-      if (!parameter.plain()) symbol_.reread();
+      if (!parameter.read_by_walk()) symbol_.reread();
       if (py::missing(name)) return;
       separate();
       py::within(key::name, [&] { out_.add_string(name); });
@@ -143,7 +143,7 @@ class block_writer : private value_writer {
     list(key::related, u"\nrelated: ", [&](handle entry, auto&& separate) {
       py::object_values<key::fqn, key::fqn> symbol(state_, py::expect_dict(entry));
       const handle fqn = symbol[key::fqn];
-      if (!symbol.plain()) symbol_.reread();
+      if (!symbol.read_by_walk()) symbol_.reread();
       if (py::missing(fqn)) return;
       separate();
       py::within(key::fqn, [&] { out_.add_string(fqn); });

@@ -7,8 +7,8 @@
 
 namespace grounding_fit {
 
-// `to` has room for the text in units of `width` bytes, which hold its every code point. A part of
-// a text may be narrower than the text it is a part of, so units go both ways.
+// `to` has room for the text in units of `width` bytes, which hold its every code point. They may
+// be narrower than the text's own: a slice keeps the width of the text that it was cut from.
 void copy_units(void* to, unsigned width, text_view from) noexcept;
 
 // Eight units, each widened to two bytes.

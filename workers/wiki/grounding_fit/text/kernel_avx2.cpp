@@ -17,9 +17,9 @@ struct padded_step {
   }
 };
 
-// Wide vectors narrow every unit to a byte first: a unit above 0x7f costs nothing, so it may as
-// well be 0x7f, and one byte kernel then serves the three widths at a full vector of units a step.
-// Which lane a unit ends in does not matter to a sum.
+// Every unit is narrowed to a byte first, all above 0x7f to 0x7f, which escaping makes no longer
+// either. So one byte kernel serves the three widths, and takes a full vector of units a step.
+// Narrowing moves units to other lanes, which does not matter to a sum.
 
 #define GROUNDING_FIT_AVX2 [[gnu::target("avx2")]]
 
