@@ -14,7 +14,8 @@ import catalogue
 from harness import HOST, fit
 
 RUNS = 3  # of each kind: whether a thread is caught in the module is a matter of chance
-LONGEST_WAIT = 10 if sys.version_info < (3, 14) else 0.1  # seconds; newer ones let threads hang
+LONG_WAIT = 10  # seconds
+SHORT_WAIT = 0.1  # where threads hang and never end: from 3.14 on, and in late versions of 3.13
 
 
 class Lingering:
@@ -22,8 +23,10 @@ class Lingering:
     Python frees, in the end, what a thread still looks at that comes late, and crashes whatever the
     thread did."""
 
+    longest = LONG_WAIT if sys.version_info < (3, 14) else SHORT_WAIT
+
     def __del__(self, threads=os.listdir, now=time.monotonic, sleep=time.sleep):
-        until = now() + LONGEST_WAIT
+        until = now() + self.longest
         while len(threads("/proc/self/task")) > 1 and now() < until:
             sleep(0.001)
 
@@ -77,10 +80,13 @@ def child():
     for pause in (0.0005, 0):
         calls = entries(pause)
         for raise_first in (False, True) * RUNS:
+            started = time.monotonic()
             if not os.fork():
                 keep_busy(calls, raise_first)
                 return
             status = os.wait()[1]
+            if time.monotonic() - started > LONG_WAIT:  # its threads hang, and so will all others
+                Lingering.longest = SHORT_WAIT
             if status:
                 sys.exit(f"pause {pause}, raise_first {raise_first}: ended with status {status}")
 
