@@ -1,4 +1,4 @@
-"""Runs steps, two at a time, and tells in their order how each went.
+"""Runs steps, a few at a time, and tells in their order how each went.
 
 Standard input has a step a line: NAME|WHY IT CANNOT RUN HERE|COMMAND, which is bash's. A command
 that ends with status 77 found that it cannot run here, and says why in its last line.
@@ -15,7 +15,7 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-AT_ONCE = 2  # many a step keeps one core busy, or waits
+AT_ONCE = 3  # one more than the least of cores, since many a step waits
 CANNOT_RUN = 77
 LOGS = Path(os.environ["CHECK"])
 
