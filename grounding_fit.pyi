@@ -199,8 +199,8 @@ class _GroundingReport(TypedDict):
     budget: int
     size: int
     floor: int
-    share: int  # of the bodies
-    used: int  # of it, by the bodies that are kept
+    share: int  # that the bodies get
+    used: int  # of the share, by the bodies that are kept
     code: int  # bodies and listing
     facts: _FactTokens
     symbols: _SymbolsReport
@@ -300,7 +300,7 @@ class GroundingParts:
 
 @final
 class SectionBudget:
-    """The policy of a page type: what the host quotes, and which blocks come first.
+    """The policy of a page type: what the host quotes, and which blocks always stay.
 
     Immutable. shares: a dict, or a read-only view of one; without it, a new empty dict."""
 
@@ -383,7 +383,8 @@ def _fit_page_context(result: _AnswerT, parts: GroundingParts, budget: int) -> _
     """Return a page_context answer of at most _PAGE_CONTEXT_MAX_CHARS JSON characters.
 
     result: given back itself when it fits. budget: the page's, in tokens. A capped answer is a
-    new dict whose `truncated` says what was left out."""
+    new dict whose `truncated` says what was left out, and whether it is over the cap
+    nevertheless, with nothing left to take off."""
 
 def explain_page_context(
     result: _AnswerT, parts: GroundingParts, budget: int

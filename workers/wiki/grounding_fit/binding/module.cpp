@@ -27,8 +27,8 @@ best first (GroundingParts). There is seldom room for all of it. Two paths decid
 - Agent path, in JSON characters: _fit_page_context(result, parts, budget) keeps an answer within
   _PAGE_CONTEXT_MAX_CHARS and says in `truncated` what it left out.
 
-On both, code blocks stay whole, what loses its body is listed while there is room, and every
-seed handed out names real lines. Calls share nothing and change none of their arguments.
+On both, code blocks stay whole, of what loses its body up to 30 symbols are listed, and no seed
+is added that names no real line. Calls share nothing and change none of their arguments.
 
 Objects are dicts with string keys; wherever an array is read, a list or a tuple will do. A value
 counts as missing when its key is absent or it is None, False, 0, 0.0 or empty. A value of the

@@ -183,7 +183,7 @@ constinit const py::record_shape k_section_budget = {
     R"(SectionBudget(readme_chars=4000, first=(), shares={}, document_chars=0)
 --
 
-The policy of a page type: what the host quotes, and which blocks come first.
+The policy of a page type: what the host quotes, and which blocks always stay.
 
 Immutable; sizes in code points. Without shares it has a new empty dict of its own; treat the
 dict as read-only. Of a record that the module shares, shares are a mappingproxy.)",

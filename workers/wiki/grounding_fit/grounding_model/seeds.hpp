@@ -1,5 +1,5 @@
 // Line numbers, and citation seeds over them. A line 0 cannot be cited, so every list of seeds that
-// leaves the module holds only seeds from line 1 on.
+// the module makes holds only seeds from line 1 on.
 #pragma once
 
 #include "grounding_model/symbols.hpp"

@@ -143,7 +143,7 @@ inline auto module_slots(int (*execute)(PyObject*)) {
   slots[count++] = {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED};
 #endif
 #if PY_VERSION_HEX >= 0x030D0000
-  // What is needed to run without the lock is written, but could not be tried under load.
+  // What is needed to run without the lock is written, but never ran.
   slots[count++] = {Py_mod_gil, Py_MOD_GIL_USED};
 #endif
   return slots;
