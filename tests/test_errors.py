@@ -5,7 +5,7 @@ import re
 import types
 
 import catalogue
-from harness import CAP, HOST, UsualHost, fit, load, over, parts
+from harness import CAP, HOST, UsualHost, fit, load, model, over, parts
 
 Block = fit.FactBlock
 within, context, prose = fit._blocks_within, fit._fit_page_context, fit._fit_prose
@@ -125,6 +125,21 @@ class Errors(UsualHost):
         for name, function, *arguments in cases:
             with self.assertRaisesRegex(TypeError, rf"\(\): {name}: expected "):
                 function(*arguments)
+
+    def test_the_first_of_two_wrong_values(self):
+        """An answer is put together before it is measured: its lines, then the seeds of facts."""
+        line, start = {"line": "x"}, {"line_start": "x"}
+        formless = {"line_start": 1, "x": object()}  # which JSON has no form for
+        two = [Block("## Files", [seed]) for seed in (formless, start)]
+        cases = [
+            ("blocks[0][1]['line']", parts([Block("## Files", [start])], [("t", line)])),
+            ("prose[1].seeds[0]['line_start']", parts(two)),
+        ]
+        for place, page in cases:
+            words = re.escape(f"parts.{place}: expected an integer")
+            for function in (context, fit.explain_page_context):
+                self.assertRaisesRegex(ValueError, words, function, over(), page, 5)
+            self.assertRaises(ValueError, model._fit_page_context, over(), page, 5)
 
     def test_a_refusal_runs_no_code_of_the_value(self):
         """Its type may have names whose equality runs code, or lack those that most have."""

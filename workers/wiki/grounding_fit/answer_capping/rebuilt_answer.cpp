@@ -26,7 +26,6 @@ std::int64_t rebuilt_answer::size_of(positions facts, bodies show, size_limit li
 }
 
 std::int64_t rebuilt_answer::size_with(std::size_t fact, size_limit limit) {
-  facts_.read_seeds(fact);
   kept_.push_back(fact);  // for as long as it is measured
   const std::int64_t size = size_up_to(limit, [&](precision how) {
     part_sizes sum = kept_sizes_;
