@@ -380,11 +380,11 @@ def _fit_prose(parts: GroundingParts, size: _Size, total: int) -> tuple[list[Fac
     size(blocks, count) gives the JSON characters of an answer with those and count bodies."""
 
 def _fit_page_context(result: _AnswerT, parts: GroundingParts, budget: int) -> _AnswerT:
-    """Return a page_context answer of at most _PAGE_CONTEXT_MAX_CHARS JSON characters.
+    """Return a page_context answer within _PAGE_CONTEXT_MAX_CHARS JSON characters, where it can be.
 
     result: given back itself when it fits. budget: the page's, in tokens. A capped answer is a
-    new dict whose `truncated` says what was left out, and whether it is over the cap
-    nevertheless, with nothing left to take off."""
+    new dict whose `truncated` says what was left out, and says so when all that can be was left
+    out and the answer is over the cap nevertheless."""
 
 def explain_page_context(
     result: _AnswerT, parts: GroundingParts, budget: int
